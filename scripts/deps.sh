@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# Installs what the build, the tests and the benchmarks need, when it is missing (Debian 12).
+set -euo pipefail
+
+need=()
+have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
+for pkg in g++ cmake ninja-build pkg-config libssl-dev openssl libgtest-dev libgmock-dev \
+           libbenchmark-dev iproute2; do
+  have_pkg "$pkg" || need+=("$pkg")
+done
+
+if ((${#need[@]})); then
+  echo "installing: ${need[*]}"
+  if [[ $(id -u) -ne 0 ]]; then SUDO=sudo; else SUDO=; fi
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}"
+fi

@@ -1,0 +1,33 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the test build (absolute paths under a test root), then the same
+# suite under AddressSanitizer and UndefinedBehaviorSanitizer, then checks that the production
+# build still builds. Usage: scripts/test.sh [--quick]   (--quick skips the sanitizer pass)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+quick=0
+[[ "${1:-}" == "--quick" ]] && quick=1
+
+scripts/deps.sh
+jobs=$(nproc)
+
+run_suite() {
+  local dir=$1; shift
+  cmake -S . -B "$dir" -G Ninja -DVORN_TEST_PATHS=ON "$@" >/dev/null
+  cmake --build "$dir" -j"$jobs"
+  ctest --test-dir "$dir" -j"$jobs" --output-on-failure --timeout 300
+}
+
+echo "== test build =="
+run_suite build-test -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+if ((!quick)); then
+  echo "== sanitizer build (ASan + UBSan) =="
+  ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
+    run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DVORN_SANITIZE=ON -DVORN_BUILD_BENCH=OFF
+fi
+
+echo "== production build =="
+cmake -S . -B build -G Ninja >/dev/null
+cmake --build build -j"$jobs"
+echo "all tests passed"
