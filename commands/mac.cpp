@@ -1,0 +1,205 @@
+// The -mac command (get and set the port's MAC address) and the replay of the saved address.
+#include <cstdio>
+#include <cstring>
+
+#include "commands/handlers.hpp"
+#include "commands/port_settings.hpp"
+#include "commands/replay.hpp"
+#include "config/store.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "log/run_log.hpp"
+#include "main/result.hpp"
+
+namespace {
+
+constexpr size_t kMacTextLen = 17;
+constexpr uint32_t kMacLen = 6;
+constexpr uint32_t kNetPort = 0;
+constexpr const char *kMacItem = "mac_addr";
+constexpr uint32_t kMacValueSize = 18;
+
+int hex_value(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+}  // namespace
+
+// Both cases of the broadcast and 09:00:2B addresses are listed because the comparison is
+// case-sensitive.
+const char *const g_mac_filter_list[kMacFilterCount] = {
+    "09:00:2B:00:00:04", "09:00:2B:00:00:05", "03:00:00:00:00:08", "03:00:00:00:00:10",
+    "03:00:00:00:00:40", "03:00:00:00:01:00", "03:00:00:00:02:00", "03:00:00:00:04:00",
+    "03:00:00:00:08:00", "03:00:00:00:10:00", "03:00:00:00:20:00", "03:00:00:00:40:00",
+    "03:00:00:40:00:00", "00:00:00:00:00:00", "FF:FF:FF:FF:FF:FF", "ff:ff:ff:ff:ff:ff",
+    "09:00:2b:00:00:04", "09:00:2b:00:00:05",
+};
+
+int32_t tool_mac_str2char(const char *text, uint8_t *mac_out, uint32_t size)
+{
+    if (text == nullptr || mac_out == nullptr || size < kMacLen) {
+        DRV_ERR("Input param is NULL.");
+        return kErrMacInvalid;
+    }
+    uint8_t mac[kMacLen] = {};
+    // A text shorter than 17 stops at its terminator, which is neither ':' nor a digit.
+    for (size_t p = 0; p < kMacTextLen; ++p) {
+        char c = text[p];
+        if (p % 3 == 2) {
+            if (c != ':') {
+                DRV_ERR("tool_mac_str2char contain invalid char, index[%d], mac_char[%c]",
+                        static_cast<int>(p), c);
+                return kErrMacInvalid;
+            }
+            continue;
+        }
+        int v = hex_value(c);
+        if (v < 0) {
+            DRV_ERR("tool_mac_str2char contain invalid char[%c]", c);
+            return kErrMacInvalid;
+        }
+        if (p % 3 == 0)
+            mac[p / 3] = static_cast<uint8_t>(v << 4);
+        else
+            mac[p / 3] = static_cast<uint8_t>(mac[p / 3] | v);
+    }
+    memcpy(mac_out, mac, kMacLen);
+    return kOk;
+}
+
+int32_t tool_mac_filter_check(const char *text)
+{
+    if (text == nullptr)
+        return kErrMacInvalid;
+    if (strncmp(text, "01:80:C2", 8) == 0) {
+        DRV_ERR("strncmp argv error, upper case check failed");
+        return kErrMacInvalid;
+    }
+    if (strncmp(text, "01:80:c2", 8) == 0) {
+        DRV_ERR("strncmp argv error, lower case check failed");
+        return kErrMacInvalid;
+    }
+    // Only "1" is tested, not every odd digit: other multicast prefixes are caught by the list
+    // or not at all, as the device side does.
+    if (text[0] != '\0' && text[1] == '1') {
+        DRV_ERR("mac address is likely a multicast mac address");
+        return kErrMacInvalid;
+    }
+    for (int i = 0; i < kMacFilterCount; ++i) {
+        if (strncmp(text, g_mac_filter_list[i], kMacTextLen) == 0) {
+            DRV_ERR("Strncmp argv error. (index=%d)", i);
+            return kErrMacInvalid;
+        }
+    }
+    return kOk;
+}
+
+int32_t tool_get_mac(int argc, char ** /*argv*/, cmd_parse_info *info)
+{
+    if (argc != 1) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    uint8_t mac[kMacLen] = {};
+    int ret = kopa_get_mac_address(info->logic_id, kNetPort, mac);
+    if (ret != 0) {
+        DRV_ERR("KOPA get mac addr fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
+        return kopa_err_to_vorn_err(ret);
+    }
+    printf("mac addr: %02x:%02x:%02x:%02x:%02x:%02x\n", mac[0], mac[1], mac[2], mac[3], mac[4],
+           mac[5]);
+    return kOk;
+}
+
+int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info)
+{
+    RUN_LOG_CONFIG("start to set mac address of logic_id[%u]\n", info->logic_id);
+    if (argc != 2) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    if (strcmp(argv[0], "mac") != 0) {
+        DRV_ERR("Invalid option.");
+        DRV_ERR("Get unknown option, do you mean mac");
+        fprintf(stderr, "Get unknown option, do you mean mac\n");
+        return kErrUnknownOption;
+    }
+    const char *text = argv[1];
+    if (strlen(text) != kMacTextLen) {
+        DRV_ERR("Check para lenth err.");
+        return kErrMacInvalid;
+    }
+    uint8_t mac[kMacLen] = {};
+    if (tool_mac_str2char(text, mac, kMacLen) != kOk) {
+        DRV_ERR("Invalid mac_address.");
+        return kErrMacInvalid;
+    }
+    if (tool_mac_filter_check(text) != kOk) {
+        DRV_ERR("Tool mac filter check error, invalid mac_address.");
+        return kErrMacInvalid;
+    }
+    int ret = kopa_set_mac_address(info->logic_id, kNetPort, mac);
+    if (ret != 0) {
+        DRV_ERR("KOPA set mac addr fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
+        return kopa_err_to_vorn_err(ret);
+    }
+    return kOk;
+}
+
+int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+{
+    if (argc == 0) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    if (strcmp(argv[0], "-g") == 0) {
+        int32_t ret = tool_get_mac(argc, argv, info);
+        if (ret != kOk)
+            DRV_ERR("tool_get_mac fail, ret:%d", ret);
+        return ret;
+    }
+    if (strcmp(argv[0], "-s") != 0) {
+        DRV_ERR("Invalid option.");
+        DRV_ERR("Get unknown option.");
+        fprintf(stderr, "Get unknown option.\n");
+        return kErrUnknownOption;
+    }
+    int32_t ret = tool_set_mac(argc - 1, argv + 1, info);
+    if (ret != kOk) {
+        DRV_ERR("set mac failed, logic_id[%u]", info->logic_id);
+        return ret;
+    }
+    // The device keeps the new address even when it cannot be saved.
+    ret = cfg_write_conf(info->phy_id, kMacItem, argv[2]);
+    if (ret != 0) {
+        DRV_ERR("Write cfg error. (ret=%d; phy_id=%u)", ret, info->phy_id);
+        fprintf(stderr, "Failed to write the MAC address to config file. User configurations "
+                        "cannot be persisted\n");
+        return ret;
+    }
+    return kOk;
+}
+
+int32_t tool_cfg_mac_addr_recovery(cmd_parse_info *info)
+{
+    char value[kMacValueSize] = {};
+    int ret = cfg_read_conf(info->phy_id, kMacItem, value, sizeof(value));
+    if (ret != 0) {
+        DRV_DBG("mac_addr do not need recover cfg [%d]", ret);
+        return kOk;
+    }
+    DRV_DBG("mac_addr need recover cfg");
+    char keyword[] = "mac";
+    char *args[] = {keyword, value};
+    int32_t set_ret = tool_set_mac(2, args, info);
+    if (set_ret != kOk)
+        DRV_ERR("mac_addr set fail ret[%d] logic_id[%u]", set_ret, info->logic_id);
+    return set_ret;
+}

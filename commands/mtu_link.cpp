@@ -1,0 +1,200 @@
+// The -mtu command (set, get and save the port's MTU), the -link command (shut the port down,
+// report its link state) and the replay of the saved MTU.
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "commands/handlers.hpp"
+#include "commands/port_settings.hpp"
+#include "commands/replay.hpp"
+#include "config/store.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "log/run_log.hpp"
+#include "main/checkers.hpp"
+#include "main/result.hpp"
+
+namespace {
+
+constexpr uint32_t kNetPort = 0;
+constexpr uint32_t kLinkDown = 0;
+constexpr const char *kMtuItem = "mtu";
+constexpr uint32_t kMtuValueSize = 5;
+
+int32_t tool_get_mtu(uint32_t logic_id)
+{
+    int ret = kopa_get_mtu(logic_id, kNetPort);
+    if (ret != 0) {
+        DRV_ERR("kopa get mtu fail ret[%d] logic_id[%u]", ret, logic_id);
+        return kErrKopa;
+    }
+    return kOk;
+}
+
+int32_t tool_mtu_set_cmd(int argc, char **argv, cmd_parse_info *info)
+{
+    if (argc != 3) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    if (strcmp(argv[1], "size") != 0) {
+        RUN_LOG_PROMPT("invalid option\n");
+        fprintf(stderr, "Get unknown option , do you mean size\n");
+        return kErrUnknownOption;
+    }
+    RUN_LOG_CONFIG("start to set mtu of logic_id[%u]\n", info->logic_id);
+    int32_t ret = tool_set_mtu(info, argv[2]);
+    if (ret != kOk) {
+        DRV_ERR("set mtu failed, logic_id[%u]", info->logic_id);
+        return ret;
+    }
+    // The device keeps the new MTU even when it cannot be saved.
+    ret = cfg_write_conf(info->phy_id, kMtuItem, argv[2]);
+    if (ret != 0) {
+        DRV_ERR("write cfg error[%d], phy_id[%u]", ret, info->phy_id);
+        fprintf(stderr, "Failed to write the MTU to the config file, and user configurations "
+                        "cannot be persisted.\n");
+        return ret;
+    }
+    return kOk;
+}
+
+int32_t tool_link_set_shutdown(uint32_t logic_id)
+{
+    int ret = kopa_set_netdev_link(logic_id, kNetPort, kLinkDown);
+    if (ret != 0) {
+        DRV_ERR("kopa set net dev down fail! ret[%d] logic_id[%u]", ret, logic_id);
+        return kErrKopa;
+    }
+    return kOk;
+}
+
+int32_t tool_link_get_linkstatus(uint32_t logic_id)
+{
+    uint32_t state = 0;
+    int ret = kopa_get_netdev_link(logic_id, kNetPort, &state);
+    if (ret != 0) {
+        DRV_ERR("kopa gets link status fail! ret[%d] logic_id[%u]", ret, logic_id);
+        return kErrKopa;
+    }
+    const char *word = state != kLinkDown ? "UP" : "DOWN";
+    printf("link status: %s\n", word);
+    DRV_DBG("link status: %s", word);
+    return kOk;
+}
+
+}  // namespace
+
+int32_t tool_check_mtu(const char *text, uint32_t *mtu)
+{
+    if (text == nullptr || mtu == nullptr) {
+        DRV_ERR("Ptr is NULL.");
+        return kErrParamInvalid;
+    }
+    for (const char *p = text; *p != '\0'; ++p) {
+        if (isdigit(static_cast<unsigned char>(*p)) == 0) {
+            DRV_ERR("Check mtu fail.");
+            return kErrParamInvalid;
+        }
+    }
+    int32_t ret = tool_para_overflow_check(text, kMtuMax, kErrRangeMtu);
+    if (ret != kOk) {
+        DRV_ERR("Mtu str is overflow.");
+        return ret;
+    }
+    *mtu = static_cast<uint32_t>(atoi(text));
+    return kOk;
+}
+
+int32_t tool_set_mtu(cmd_parse_info *info, const char *text)
+{
+    uint32_t mtu = 0;
+    int32_t ret = tool_check_mtu(text, &mtu);
+    if (ret != kOk) {
+        DRV_ERR("invalid mtu format");
+        return ret;
+    }
+    if (mtu < kMtuMin || mtu > kMtuMax) {
+        RUN_LOG_PROMPT("invalid mtu size, expect[%u]-[%u] \n", kMtuMin, kMtuMax);
+        return kErrRangeMtu;
+    }
+    int dev_ret = kopa_set_mtu(info->logic_id, kNetPort, mtu);
+    if (dev_ret != 0) {
+        DRV_ERR("kopa set mtu fail ret[%d] logic_id[%u] mtu[%u]", dev_ret, info->logic_id, mtu);
+        return kErrKopa;
+    }
+    return kOk;
+}
+
+int32_t tool_mtu_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+{
+    if (argc == 0) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    if (strcmp(argv[0], "-s") == 0)
+        return tool_mtu_set_cmd(argc, argv, info);
+    if (strcmp(argv[0], "-g") != 0) {
+        RUN_LOG_PROMPT("invalid operation\n");
+        fprintf(stderr, "Get unknown option!\n");
+        return kErrUnknownOption;
+    }
+    if (argc != 1) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    int32_t ret = tool_get_mtu(info->logic_id);
+    if (ret != kOk)
+        DRV_ERR("tool get mtu failed ret %d'", ret);
+    return ret;
+}
+
+int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+{
+    if (argc == 0) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    bool is_set = strcmp(argv[0], "-s") == 0;
+    if (!is_set && strcmp(argv[0], "-g") != 0) {
+        RUN_LOG_PROMPT("tool_link_cmd_execute invalid operation\n");
+        fprintf(stderr, "Get unknown option!\n");
+        return kErrUnknownOption;
+    }
+    if (argc != (is_set ? 2 : 1)) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    if (!is_set) {
+        int32_t ret = tool_link_get_linkstatus(info->logic_id);
+        if (ret != kOk)
+            DRV_ERR("tool_link_get_linkstatus fail, ret:%d, logic_id:%u", ret, info->logic_id);
+        return ret;
+    }
+    if (strcmp(argv[1], "down") != 0) {
+        RUN_LOG_PROMPT("invalid option\n");
+        fprintf(stderr, "Get unknown option, do you mean down\n");
+        return kErrUnknownOption;
+    }
+    RUN_LOG_CONFIG("start to shutdown link of logic_id[%u]\n", info->logic_id);
+    int32_t ret = tool_link_set_shutdown(info->logic_id);
+    if (ret != kOk)
+        DRV_ERR("tool_link_set_shutdown fail, ret:%d, logic_id:%u", ret, info->logic_id);
+    return ret;
+}
+
+int32_t tool_cfg_mtu_recovery(cmd_parse_info *info)
+{
+    char value[kMtuValueSize] = {};
+    int ret = cfg_read_conf(info->phy_id, kMtuItem, value, sizeof(value));
+    if (ret != 0) {
+        DRV_DBG("mtu do not need recover cfg [%d]", ret);
+        return kOk;
+    }
+    DRV_DBG("mtu address need recover cfg");
+    int32_t set_ret = tool_set_mtu(info, value);
+    if (set_ret != kOk)
+        DRV_ERR("mtu set fail ret[%d] logic_id[%u]", set_ret, info->logic_id);
+    return set_ret;
+}

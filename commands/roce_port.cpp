@@ -1,0 +1,121 @@
+// The -udp command (set, get and save the UDP port of the device's RoCE traffic) and the replay
+// of the saved port.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "commands/handlers.hpp"
+#include "commands/port_settings.hpp"
+#include "commands/replay.hpp"
+#include "config/store.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "log/run_log.hpp"
+#include "main/checkers.hpp"
+#include "main/result.hpp"
+
+namespace {
+
+constexpr uint32_t kNetPort = 0;
+constexpr size_t kPortMinDigits = 4;
+constexpr size_t kPortMaxDigits = 5;
+constexpr const char *kRocePortItem = "roce_port";
+constexpr uint32_t kRocePortValueSize = 6;
+
+int32_t tool_get_roce_port(uint32_t logic_id)
+{
+    int ret = kopa_get_roce_port(logic_id, kNetPort);
+    if (ret != 0) {
+        DRV_ERR("kopa get roce_port fail ret[%d] logic_id[%u]", ret, logic_id);
+        return kErrKopa;
+    }
+    return kOk;
+}
+
+int32_t tool_roce_port_set_cmd(int argc, char **argv, cmd_parse_info *info)
+{
+    if (argc != 3) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    if (strcmp(argv[1], "port") != 0) {
+        DRV_ERR("invalid option");
+        fprintf(stderr, "Get unknown option, do you mean port\n");
+        return kErrUnknownOption;
+    }
+    RUN_LOG_CONFIG("start to set roce_port of logic_id[%u]\n", info->logic_id);
+    int32_t ret = tool_set_roce_port(info, argv[2]);
+    if (ret != kOk) {
+        DRV_ERR("set roce_port failed, logic_id[%u]", info->logic_id);
+        return ret;
+    }
+    // The device keeps the new port even when it cannot be saved.
+    ret = cfg_write_conf(info->phy_id, kRocePortItem, argv[2]);
+    if (ret != 0) {
+        DRV_ERR("write cfg error[%d], phy_id[%u]", ret, info->phy_id);
+        fprintf(stderr, "Failed to write the ROCE port to config file. User configurations "
+                        "cannot be persisted.\n");
+        return ret;
+    }
+    return kOk;
+}
+
+}  // namespace
+
+int32_t tool_set_roce_port(cmd_parse_info *info, const char *text)
+{
+    size_t len = text != nullptr ? strlen(text) : 0;
+    // Only the form is checked; the device owns the range of usable ports.
+    if (len < kPortMinDigits || len > kPortMaxDigits ||
+        check_str_is_num(text, static_cast<uint32_t>(len)) != 0) {
+        printf("Input port num is invalid.\n");
+        DRV_ERR("Input port num is invalid.");
+        return kErrSysNull;
+    }
+    uint32_t port = static_cast<uint32_t>(atoi(text));
+    int ret = kopa_set_roce_port(info->logic_id, kNetPort, port);
+    if (ret != 0) {
+        DRV_ERR("kopa set roce_port fail ret[%d] logic_id[%u] roce_port[%u]", ret,
+                info->logic_id, port);
+        return kErrKopa;
+    }
+    return kOk;
+}
+
+int32_t tool_roce_port_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+{
+    if (argc == 0) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    if (strcmp(argv[0], "-s") == 0)
+        return tool_roce_port_set_cmd(argc, argv, info);
+    if (strcmp(argv[0], "-g") != 0) {
+        RUN_LOG_PROMPT("invalid operation\n");
+        fprintf(stderr, "Get unknown option!\n");
+        return kErrUnknownOption;
+    }
+    if (argc != 1) {
+        DRV_ERR("err argc[%d]", argc);
+        return kErrArgCount;
+    }
+    int32_t ret = tool_get_roce_port(info->logic_id);
+    if (ret != kOk)
+        DRV_ERR("tool get roce_port failed ret %d'", ret);
+    return ret;
+}
+
+int32_t tool_cfg_roce_port_recovery(cmd_parse_info *info)
+{
+    char value[kRocePortValueSize] = {};
+    int ret = cfg_read_conf(info->phy_id, kRocePortItem, value, sizeof(value));
+    if (ret != 0) {
+        DRV_DBG("roce_port do not need recover cfg [%d]", ret);
+        return kOk;
+    }
+    DRV_DBG("roce_port need recover cfg");
+    int32_t set_ret = tool_set_roce_port(info, value);
+    if (set_ret != kOk)
+        DRV_ERR("Roce port set fail. (ret=%d; logic_id=%u)", set_ret, info->logic_id);
+    return set_ret;
+}
