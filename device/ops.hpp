@@ -68,3 +68,98 @@
 
 [[nodiscard]] int kopa_get_firmware_version(uint32_t logic_id, char *buf, uint32_t len);
 [[nodiscard]] int kopa_get_eth_duplex(uint32_t logic_id, uint32_t *duplex);
+
+// Traffic classes and shaping.
+[[nodiscard]] int kopa_set_dscp_map(uint32_t logic_id, const kopa_dscp_map_set *map);
+[[nodiscard]] int kopa_get_dscp_map(uint32_t logic_id, kopa_dscp_map *map);
+[[nodiscard]] int kopa_set_port_shaping(uint32_t logic_id, const kopa_shaping_set *shaping);
+[[nodiscard]] int kopa_get_port_shaping(uint32_t logic_id, kopa_shaping_info *shaping);
+[[nodiscard]] int kopa_get_pfc_enabled(uint32_t logic_id, kopa_pfc_info *pfc);
+/// Sends `len` bytes of the caller's PFC record.
+[[nodiscard]] int kopa_set_pfc_enabled(uint32_t logic_id, const void *data, uint32_t len);
+[[nodiscard]] int kopa_get_tc_cfg(uint32_t logic_id, kopa_tc_cfg_info *cfg);
+[[nodiscard]] int kopa_set_tc_cfg(uint32_t logic_id, const kopa_tc_cfg_set *cfg);
+/// Buffer use of traffic class `tc` into `used`.
+[[nodiscard]] int kopa_get_current_tc_used(uint32_t logic_id, uint32_t tc, uint32_t *used);
+[[nodiscard]] int kopa_get_prio_tc_info(uint32_t logic_id, void *buf, uint32_t len);
+[[nodiscard]] int kopa_set_prio_tc_info(uint32_t logic_id, const void *data, uint32_t len);
+
+// Gratuitous ARP, generic settings and optical adaptation (caller-given request records).
+[[nodiscard]] int kopa_get_gratuitous_arp_info(uint32_t logic_id, uint32_t port_id,
+                                               kopa_garp_info *info);
+[[nodiscard]] int kopa_set_gratuitous_arp_info(uint32_t logic_id, const void *data,
+                                               uint32_t len);
+[[nodiscard]] int kopa_set_generic_info(uint32_t logic_id, const void *data, uint32_t len);
+[[nodiscard]] int kopa_set_optical_auto_adapt(uint32_t logic_id, const void *data,
+                                              uint32_t len);
+
+// Port statistics and state. Fixed-size replies are opaque blocks of the sizes in
+// platform/kopa_platform.h; `len` is the caller's buffer size.
+[[nodiscard]] int kopa_get_optical_info(uint32_t logic_id, void *info); ///< 156 bytes
+[[nodiscard]] int kopa_get_netdev_stat(uint32_t logic_id, void *stat);  ///< 376 bytes
+[[nodiscard]] int kopa_clear_netdev_stat(uint32_t logic_id);
+/// Carries the tool's pid.
+[[nodiscard]] int kopa_get_netdev_status(uint32_t logic_id, void *buf, uint32_t len);
+[[nodiscard]] int kopa_get_link_his_stat(uint32_t logic_id, void *buf, uint32_t len);
+[[nodiscard]] int kopa_clear_link_his_stat(uint32_t logic_id);
+[[nodiscard]] int kopa_get_eth_speed(uint32_t logic_id, uint32_t *speed);
+[[nodiscard]] int kopa_get_fec_info(uint32_t logic_id, uint32_t *fec);
+[[nodiscard]] int kopa_set_fec_info(uint32_t logic_id, uint8_t mode);
+/// Runs the port self-test of `type` and answers its report.
+[[nodiscard]] int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf,
+                                         uint32_t len);
+
+// Device, PCIe and register dumps.
+[[nodiscard]] int kopa_get_pci_info(uint32_t logic_id, void *buf, uint32_t len);
+[[nodiscard]] int kopa_get_device_process(uint32_t logic_id, void *buf, uint32_t len);
+[[nodiscard]] int kopa_get_eth_reg_info(uint32_t logic_id, void *buf, uint32_t len);
+/// Reads the register block selected by `reg`.
+[[nodiscard]] int kopa_get_network_register(uint32_t logic_id, uint32_t reg, void *buf,
+                                            uint32_t len);
+[[nodiscard]] int kopa_get_ssu_reg(uint32_t logic_id, void *buf, uint32_t len);
+
+// RoCE diagnostics and performance test.
+/// `query` is the 8-byte context selector.
+[[nodiscard]] int kopa_get_roce_context(uint32_t logic_id, const void *query, void *buf,
+                                        uint32_t len);
+[[nodiscard]] int kopa_get_roce_dfx_len(uint32_t logic_id, void *buf, uint32_t len);
+[[nodiscard]] int kopa_get_roce_dfx_data(uint32_t logic_id, uint32_t index, void *buf,
+                                         uint32_t len);
+/// Answers 10 bytes of status into `status`.
+[[nodiscard]] int kopa_get_roce_perftest_status(uint32_t logic_id, const void *req,
+                                                uint32_t req_len, void *status);
+[[nodiscard]] int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req,
+                                                uint32_t req_len, void *buf, uint32_t len);
+[[nodiscard]] int kopa_stop_roce_perftest(uint32_t logic_id, const void *req, uint32_t req_len);
+/// Answers up to 2000 bytes into `buf`.
+[[nodiscard]] int kopa_reset_roce_perftest(uint32_t logic_id, void *buf);
+[[nodiscard]] int kopa_ping_fun(uint32_t logic_id, const void *req, uint32_t req_len, void *buf,
+                                uint32_t len);
+
+// SerDes and clock-data-recovery diagnostics.
+[[nodiscard]] int kopa_get_serdes_ctle_info(uint32_t logic_id, void *info); ///< 230 bytes
+[[nodiscard]] int kopa_get_serdes_dfe_info(uint32_t logic_id, void *info);  ///< 160 bytes
+[[nodiscard]] int kopa_get_serdes_ffe_info(uint32_t logic_id, void *info);  ///< 50 bytes
+[[nodiscard]] int kopa_get_pcs_info(uint32_t logic_id, void *info);         ///< 904 bytes
+/// Adaptation status of `lane` (144 bytes).
+[[nodiscard]] int kopa_get_adapt_status_info(uint32_t logic_id, uint32_t lane, void *info);
+/// Triggers a CDR query described by the caller's request; answers 8 bytes into `out`.
+[[nodiscard]] int kopa_trig_query_cdr_info(uint32_t logic_id, const void *req, uint32_t req_len,
+                                           void *out);
+[[nodiscard]] int kopa_query_mac_lane_cdr_info(uint32_t logic_id, void *info); ///< 120 bytes
+/// Sends the 480-byte register selection `req`, answers 480 bytes into `out`.
+[[nodiscard]] int kopa_get_cdr_reg_info(uint32_t logic_id, const void *req, void *out);
+
+/// The caller's command for kopa_send_data.
+struct kopa_send_request {
+    uint32_t opcode;      ///< firmware operation code
+    const void *inbuf;    ///< request payload, or null
+    uint32_t size_in;     ///< payload length
+    void *outbuf;         ///< reply buffer, or null
+    uint32_t size_out;    ///< capacity of outbuf
+    const char *cmdline;  ///< the command line, for the debug trace; may be null
+};
+
+/// Generic pass-through of a caller-built command on port `port_id` (0..7, else -22).
+[[nodiscard]] int kopa_send_data(uint32_t logic_id, uint32_t port_id,
+                                 kopa_send_request *request);

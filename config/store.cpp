@@ -1,0 +1,351 @@
+// The configuration store: read, replace and delete key=value lines of /etc/vorn.conf, each
+// under an exclusive flock held from open to close.
+#include "config/store.hpp"
+
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "log/driver_log.hpp"
+#include "main/paths.hpp"
+
+namespace {
+
+constexpr int kEinval = -22;
+constexpr size_t kPathMax = 4096;
+// Reads go through a larger stdio buffer than the default so that a whole 1 MB file costs a
+// few dozen read() calls instead of hundreds.
+constexpr size_t kStreamBufSize = 64 * 1024;
+
+enum class StoreOp { kRead, kWrite, kDelete };
+
+int op_error(StoreOp op)
+{
+    switch (op) {
+    case StoreOp::kRead:
+        return kCfgErrRead;
+    case StoreOp::kWrite:
+        return kCfgErrWrite;
+    case StoreOp::kDelete:
+        return kCfgErrDelete;
+    }
+    return kCfgErrRead;
+}
+
+// The configuration file, opened and exclusively locked. Closing the stream flushes any
+// pending write before the descriptor goes, and with it the lock: no other process can see
+// the file between the last write and the release.
+class LockedConf {
+public:
+    LockedConf() = default;
+    LockedConf(const LockedConf &) = delete;
+    LockedConf &operator=(const LockedConf &) = delete;
+    ~LockedConf()
+    {
+        if (stream_ == nullptr)
+            return;
+        int ret = fclose(stream_);
+        if (ret != 0)
+            DRV_ERR("Fclose fail. (ret_val=%d; errno=%d)", ret, errno);
+    }
+
+    /// Resolves `path`, opens it (never creating it), locks it and seeks to the start.
+    /// 0 or the operation's result code.
+    [[nodiscard]] int open(const char *path, StoreOp op);
+    FILE *stream() const { return stream_; }
+
+private:
+    FILE *stream_ = nullptr;
+    char buf_[kStreamBufSize];
+};
+
+int LockedConf::open(const char *path, StoreOp op)
+{
+    static const char *const kVerb[] = {"read", "write", "delete"};
+    const size_t path_len = strnlen(path, kPathMax + 1);
+    char real_path[PATH_MAX + 1] = {};
+    if (path_len > kPathMax || realpath(path, real_path) == nullptr) {
+        DRV_ERR("%s path_len[%u] > PATH_MAX or conf_path is invalid, err[%d]",
+                kVerb[static_cast<int>(op)], static_cast<unsigned>(path_len), errno);
+        return kCfgErrPath;
+    }
+
+    stream_ = fopen(real_path, op == StoreOp::kRead ? "r" : "r+");
+    if (stream_ == nullptr) {
+        if (op == StoreOp::kRead)
+            DRV_ERR("Open configure file fail errno[%d] real_conf_path[%s]", errno, real_path);
+        else if (op == StoreOp::kWrite)
+            DRV_ERR("Open read configure fail! errno[%d]", errno);
+        else
+            DRV_ERR("Open configure file fail! errno[%d], real_conf_path[%s]", errno, real_path);
+        return op_error(op);
+    }
+    (void)setvbuf(stream_, buf_, _IOFBF, sizeof(buf_));
+
+    const int fd = fileno(stream_);
+    int ret = flock(fd, LOCK_EX);
+    if (ret != 0) {
+        if (op == StoreOp::kRead)
+            DRV_ERR("vorn.conf lock fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
+        else if (op == StoreOp::kWrite)
+            DRV_ERR("vorn.conf lock failed! ret:%d, fd:%d, errno:%d", ret, fd, errno);
+        else
+            DRV_ERR("vorn.conf lock fail! ret[%d] errno[%d]", ret, errno);
+        return op_error(op);
+    }
+    ret = fseek(stream_, 0, SEEK_SET);
+    if (ret != 0) {
+        DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
+        return op_error(op);
+    }
+    return 0;
+}
+
+// "<item>_<phy_id>" into key; 12289 when it does not fit.
+int build_key(uint32_t phy_id, const char *item, char (&key)[kCfgLineSize])
+{
+    int n = snprintf(key, sizeof(key), "%s_%d", item, static_cast<int>(phy_id));
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(key)) {
+        DRV_ERR("sprintf key fail[%d] item[%s] phy_id[%u]", n, item, phy_id);
+        return kCfgErrString;
+    }
+    return 0;
+}
+
+// Appends `len` bytes to the rewrite buffer, keeping room for the terminating zero.
+int append_line(char *buffer, uint32_t buffer_size, size_t *used, const char *line, size_t len)
+{
+    if (*used + len + 1 > buffer_size) {
+        fprintf(stderr, "vorn.conf size must smaller than 1M.\n");
+        DRV_ERR("vorn.conf size must smaller than 1M.");
+        return kCfgErrString;
+    }
+    memcpy(buffer + *used, line, len);
+    *used += len;
+    buffer[*used] = '\0';
+    return 0;
+}
+
+}  // namespace
+
+const char *cfg_conf_path()
+{
+    static const std::string path = sys_path(kVornConfPath);
+    return path.c_str();
+}
+
+int cfg_read_conf(uint32_t phy_id, const char *item, char *value_out, uint32_t value_size)
+{
+    if (item == nullptr || value_out == nullptr)
+        return kEinval;
+    char key[kCfgLineSize];
+    int ret = build_key(phy_id, item, key);
+    if (ret != 0)
+        return ret;
+    return cfg_inner_read_conf(cfg_conf_path(), key, value_out, value_size);
+}
+
+int cfg_write_conf(uint32_t phy_id, const char *item, const char *value)
+{
+    if (item == nullptr || value == nullptr)
+        return kEinval;
+    char key[kCfgLineSize];
+    int ret = build_key(phy_id, item, key);
+    if (ret != 0)
+        return ret;
+    return cfg_inner_write_conf(cfg_conf_path(), key, value);
+}
+
+int cfg_del_conf(uint32_t phy_id, const char *item)
+{
+    if (item == nullptr)
+        return kEinval;
+    char key[kCfgLineSize];
+    int ret = build_key(phy_id, item, key);
+    if (ret != 0)
+        return ret;
+    return cfg_inner_del_conf(cfg_conf_path(), key);
+}
+
+int cfg_inner_read_conf(const char *path, const char *key, char *value_out, uint32_t value_size)
+{
+    if (path == nullptr)
+        return kCfgErrPath;
+    if (key == nullptr || value_out == nullptr)
+        return kEinval;
+    LockedConf conf;
+    int ret = conf.open(path, StoreOp::kRead);
+    if (ret != 0)
+        return ret;
+    return cfg_inner_read_conf_byfd(conf.stream(), key, value_out, value_size);
+}
+
+int cfg_inner_write_conf(const char *path, const char *key, const char *value)
+{
+    if (path == nullptr)
+        return kCfgErrPath;
+    if (key == nullptr || value == nullptr)
+        return kEinval;
+    LockedConf conf;
+    int ret = conf.open(path, StoreOp::kWrite);
+    if (ret != 0)
+        return ret;
+    char *buffer = static_cast<char *>(calloc(kCfgFileMax, 1));
+    if (buffer == nullptr) {
+        DRV_ERR("calloc fail.");
+        return kCfgErrString;
+    }
+    ret = cfg_inner_write_conf_byfd(conf.stream(), key, value, buffer, kCfgFileMax);
+    free(buffer);
+    return ret;
+}
+
+int cfg_inner_del_conf(const char *path, const char *key)
+{
+    if (path == nullptr)
+        return kCfgErrPath;
+    if (key == nullptr)
+        return kEinval;
+    LockedConf conf;
+    int ret = conf.open(path, StoreOp::kDelete);
+    if (ret != 0)
+        return ret;
+    return cfg_inner_del_conf_byfd(conf.stream(), key);
+}
+
+int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out,
+                             uint32_t value_size)
+{
+    if (stream == nullptr || key == nullptr || value_out == nullptr)
+        return kEinval;
+    const size_t key_len = strlen(key);
+    char line[kCfgLineSize];
+    while (fgets(line, sizeof(line), stream) != nullptr) {
+        if (line[0] == '#')
+            continue;
+        size_t len = strlen(line);
+        if (len < 3)
+            continue;
+        char *eq = static_cast<char *>(memchr(line, '=', len));
+        if (eq == nullptr)
+            continue;
+        if (line[len - 1] == '\n')
+            line[--len] = '\0';
+        // A prefix match over the key only: the first line that begins with the key answers,
+        // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
+        if (strncmp(line, key, key_len) != 0)
+            continue;
+
+        const char *value = eq + 1;
+        const size_t value_len = static_cast<size_t>(line + len - value);
+        if (value_len >= value_size) {
+            DRV_ERR("strcpy_s err[%d], len:%u", ERANGE, value_size);
+            return kCfgErrString;
+        }
+        memcpy(value_out, value, value_len + 1);
+        return 0;
+    }
+    return kCfgErrNotFound;
+}
+
+int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, char *buffer,
+                              uint32_t buffer_size)
+{
+    if (stream == nullptr || key == nullptr || value == nullptr)
+        return kEinval;
+    if (buffer == nullptr || buffer_size == 0)
+        return kCfgErrPath;
+    const size_t key_len = strlen(key);
+    size_t used = 0;
+    buffer[0] = '\0';
+
+    char line[kCfgLineSize];
+    while (fgets(line, sizeof(line), stream) != nullptr) {
+        // Exact key match: "mtu_1=" replaces only mtu_1, never mtu_10.
+        if (strncmp(line, key, key_len) == 0 && line[key_len] == '=')
+            continue;
+        int ret = append_line(buffer, buffer_size, &used, line, strlen(line));
+        if (ret != 0)
+            return ret;
+    }
+
+    char new_line[kCfgLineSize];
+    int n = snprintf(new_line, sizeof(new_line), "%s=%s\n", key, value);
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(new_line)) {
+        DRV_ERR("sprintf str op fail[%d] conf_name[%s] conf_value[%s]!", n, key, value);
+        return kCfgErrString;
+    }
+    int ret = append_line(buffer, buffer_size, &used, new_line, static_cast<size_t>(n));
+    if (ret != 0)
+        return ret;
+
+    // Rewritten in place: other processes wait on this very inode's lock.
+    const int fd = fileno(stream);
+    ret = ftruncate(fd, 0);
+    if (ret != 0) {
+        DRV_ERR("vorn.conf ftruncate fail! ret[%d] errno[%d]", ret, errno);
+        return kCfgErrWrite;
+    }
+    ret = fseek(stream, 0, SEEK_SET);
+    if (ret != 0) {
+        DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
+        return kCfgErrWrite;
+    }
+    ret = fputs(buffer, stream);
+    if (ret < 0 || fflush(stream) != 0)
+        DRV_ERR("fputs fail, ret_val:%d, fd:%d, errno:%d", ret, fd, errno);
+    return 0;
+}
+
+int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
+{
+    if (stream == nullptr || key == nullptr)
+        return kEinval;
+    const int fd = fileno(stream);
+    long read_pos = 0;
+    long write_pos = 0;
+    char line[kCfgLineSize];
+
+    for (;;) {
+        if (fgets(line, sizeof(line), stream) == nullptr)
+            break;
+        const size_t len = strlen(line);
+        const bool moved = read_pos != write_pos;
+        if (moved) {
+            int ret = fseek(stream, write_pos, SEEK_SET);
+            if (ret != 0) {
+                DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
+                return kCfgErrDelete;
+            }
+            if (fputs(line, stream) < 0)
+                DRV_ERR("fputs fail, fd:%d, errno:%d", fd, errno);
+        }
+        // Substring match: the key anywhere in the line drops it (mtu_1 also drops mtu_10).
+        if (strstr(line, key) == nullptr) {
+            read_pos += static_cast<long>(len);
+            write_pos += static_cast<long>(len);
+        } else {
+            read_pos += static_cast<long>(len);
+        }
+        // Without a write in between the stream already stands at the read position.
+        if (moved) {
+            int ret = fseek(stream, read_pos, SEEK_SET);
+            if (ret != 0) {
+                DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
+                return kCfgErrDelete;
+            }
+        }
+    }
+
+    if (fflush(stream) != 0)
+        DRV_ERR("fflush fail, fd:%d, errno:%d", fd, errno);
+    int ret = ftruncate(fd, write_pos);
+    if (ret != 0)
+        DRV_ERR("ftruncate fail, ret_val:%d, fd:%d, errno:%d", ret, fd, errno);
+    return 0;
+}

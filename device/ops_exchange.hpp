@@ -1,0 +1,32 @@
+// The common body of every device operation: argument checks, one channel exchange and the
+// handling of the firmware's verdict. Private to the operation catalogue.
+#pragma once
+
+#include <cstdint>
+
+/// Logs "logic id:%d is invalid! expect [0]-[15]" under the operation's name when `logic_id`
+/// is out of range. Use through KOPA_LOGIC_ID_OK.
+[[nodiscard]] bool kopa_logic_id_ok(uint32_t logic_id, const char *func, int line);
+
+/// Logs "<what> is null, logic_id[%d]" under the operation's name when `ptr` is null. Use
+/// through KOPA_ARG_OK.
+[[nodiscard]] bool kopa_arg_ok(const void *ptr, const char *what, uint32_t logic_id,
+                               const char *func, int line);
+
+#define KOPA_LOGIC_ID_OK(logic_id) kopa_logic_id_ok((logic_id), __func__, __LINE__)
+#define KOPA_ARG_OK(ptr, logic_id) kopa_arg_ok((ptr), #ptr, (logic_id), __func__, __LINE__)
+
+/// Errno-style code of a rejected argument.
+inline constexpr int kKopaEinval = -22;
+
+/// Prints the permission line on standard error and logs it (firmware result -13).
+void kopa_report_permission();
+
+/// Sends `opcode` with `in_len` bytes of `in` (null when 0) to device `logic_id` and collects
+/// at most `out_len` bytes into `out` (null when 0). `name` is the operation's name for the log
+/// lines "<name> fail ret[%d] logic_id[%d]" and "<name> error result[%d]". Returns 0, the
+/// channel's negative code, or the firmware's non-zero result (-13 also prints the permission
+/// line).
+[[nodiscard]] int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode,
+                                const void *in, uint32_t in_len, void *out, uint32_t out_len,
+                                uint32_t client_pid = 0);
