@@ -1,0 +1,23 @@
+// The walk over the saved route lines of one device, shared by the route, address and replay code.
+#pragma once
+
+#include <cstdint>
+
+#include "main/cmd.hpp"
+
+/// What the walk does with each saved route of the device.
+enum class RouteAction {
+    kReplay = 1,            ///< add the route to the device again
+    kDelete = 2,            ///< remove its line from the file
+    kDelOutsideSegment = 3, ///< remove its line when its gateway is outside address/netmask
+};
+
+/// Walks the configuration file under its exclusive lock and applies `action` to every saved
+/// route of the device `info` names (its physical id picks the lines, its logical id the
+/// device). `address` and `netmask` (network byte order) name the segment of
+/// kDelOutsideSegment and are ignored otherwise. Returns 0, 12290 when the file path cannot be
+/// resolved, 12293 when the file cannot be opened, locked or rewound, -ENOMEM for a malformed
+/// route line, or the first failing route's code.
+[[nodiscard]] int32_t tool_read_vorn_conf_handle_action(const cmd_parse_info *info,
+                                                        RouteAction action, uint32_t address,
+                                                        uint32_t netmask);
