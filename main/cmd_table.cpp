@@ -157,9 +157,9 @@ constexpr const char *kHelpSendArp =
 // A row whose handler is tool_cmd_not_available is switched to the command's own handler when
 // the command is built.
 cmd_record g_cmd_list[kCmdListMax] = {
-    {"-i", "devid", "-ip", tool_cmd_not_available, "ip cfg cmd", kHelpIp},
-    {"-i", "devid", "-gateway", tool_cmd_not_available, "gateway cfg cmd", kHelpGateway},
-    {"-i", "devid", "-netdetect", tool_cmd_not_available, "net detect cfg cmd", kHelpNetdetect},
+    {"-i", "devid", "-ip", tool_ip_cmd_execute, "ip cfg cmd", kHelpIp},
+    {"-i", "devid", "-gateway", tool_gateway_cmd_execute, "gateway cfg cmd", kHelpGateway},
+    {"-i", "devid", "-netdetect", tool_netdetect_cmd_execute, "net detect cfg cmd", kHelpNetdetect},
     {"-i", "devid", "-lldp", tool_cmd_not_available, "lldp cfg cmd", kHelpLldp},
     {"-i", "devid", "-mac", tool_cmd_not_available, "mac cfg cmd", kHelpMac},
     {"-i", "devid", "-cfg", tool_cmd_not_available, "cfg cmd", kHelpCfg},
@@ -169,7 +169,7 @@ cmd_record g_cmd_list[kCmdListMax] = {
     {"-i", "devid", "-mtu", tool_cmd_not_available, "mtu cfg cmd", kHelpMtu},
     {"-i", "devid", "-net_health", tool_cmd_not_available, "net health cmd", kHelpNetHealth},
     {"-i", "devid", "-arp", tool_cmd_not_available, "arp table cmd", kHelpArp},
-    {"-i", "devid", "-route", tool_cmd_not_available, "route table cmd", kHelpRoute},
+    {"-i", "devid", "-route", tool_route_table_cmd_execute, "route table cmd", kHelpRoute},
     {"-i", "devid", "-pci", tool_cmd_not_available, "pci table cmd", kHelpPci},
     {"-i", "devid", "-context", tool_cmd_not_available, "roce context cmd", kHelpContext},
     {"-i", "devid", "-reg", tool_cmd_not_available, "get reg cmd", kHelpReg},
