@@ -1,0 +1,218 @@
+// The emulated host's state: the files under $KOPA_EMU_DIR, their lock, faults and the journal.
+//
+// Every process that touches the emulated host (the driver libraries, kopa-emu, tests) goes
+// through a Session, which holds an exclusive flock on "<dir>/lock" for its lifetime and writes
+// back what it changed when it ends, so concurrent processes never lose each other's updates.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/kopa_platform.h"
+
+namespace kopa_emu {
+
+inline constexpr const char *kDefaultDir = "/tmp/kopa-emu";
+inline constexpr uint32_t kMaxRoutes = 32;
+inline constexpr uint32_t kGenericSlots = 16;
+inline constexpr uint32_t kGenericMax = 512;
+inline constexpr uint32_t kLldpMax = 1024;
+inline constexpr uint32_t kFirmwareMax = 128;
+inline constexpr int kDefaultLogLevel = 3;
+inline constexpr uint32_t kDefaultAlarmDays = 30;
+inline constexpr uint32_t kDefaultUdpPort = 4791;
+inline constexpr uint32_t kDefaultMtu = 1500;
+inline constexpr uint32_t kPcieBoardId = 0x0150;
+
+/// The state directory: $KOPA_EMU_DIR, or /tmp/kopa-emu when unset or empty.
+std::string state_dir();
+
+/// Identity and health of one device slot, as the device-id calls answer them.
+struct HostDevice {
+    uint32_t present;
+    uint32_t phy_id;
+    uint32_t health;
+    uint32_t board_id;
+    uint32_t net_health;
+    uint32_t reserved[3];
+};
+
+/// The host table ("<dir>/host.bin"): one entry per logical id.
+struct HostTable {
+    uint32_t magic;
+    uint32_t version;
+    HostDevice dev[KOPA_MAX_DEVICES];
+};
+
+/// Stored payload of a set operation whose get returns it (DSCP map, shaping, PFC, ...).
+struct GenericSlot {
+    uint32_t opcode;  ///< the get opcode that answers it; 0 for a free slot
+    uint32_t len;
+    uint8_t data[kGenericMax];
+};
+
+/// Network state of one device ("<dir>/dev-<logic_id>.bin"). Addresses in network byte order.
+struct DeviceState {
+    uint32_t magic;
+    uint32_t version;
+    kopa_ip_record vnic;        ///< port type 0
+    kopa_ip_record roce;        ///< port type 1
+    uint32_t vnic_link;         ///< 0 down
+    uint32_t netdetect;
+    uint32_t has_gateway;
+    uint32_t gateway;
+    uint64_t gateway_seq;       ///< orders gateway sets across a group: the newest one answers
+    uint8_t mac[6];
+    uint8_t pad0[2];
+    uint32_t link;              ///< 0 down
+    uint32_t mtu;
+    uint32_t udp_port;
+    uint32_t cfg_status;
+    uint32_t stats_cleared;
+    uint32_t route_count;
+    kopa_route_record routes[kMaxRoutes];
+    char lldp[kLldpMax];
+    char firmware[kFirmwareMax];
+    uint32_t tls_switch;
+    uint32_t tls_alarm_days;
+    uint32_t cert_count;        ///< records in `certs`; 0 means no certificates installed
+    kopa_tls_cert_info certs[KOPA_TLS_CERT_INFO_MAX];
+    GenericSlot generic[kGenericSlots];
+};
+
+/// Options of a fresh emulated host.
+struct InitOptions {
+    uint32_t devices = 8;
+    bool pcie = false;
+    std::vector<uint32_t> phy_ids;  ///< physical id of each logical id; empty: the logical id
+};
+
+/// Defaults of device `logic_id` on a freshly initialised host.
+DeviceState default_device(uint32_t logic_id);
+
+/// Creates `dir` (and parents) and writes a fresh host; earlier state, faults, journal, keys and
+/// the driver log are removed. Returns 0 or a negative errno value.
+[[nodiscard]] int init_host(const std::string &dir, const InitOptions &options);
+
+/// What a fault forces.
+enum class FaultKind : uint32_t {
+    kResult = 0,    ///< firmware result of an opcode
+    kFunction = 1,  ///< return value of a library function
+    kFrag = 2,      ///< `frag` of the first reply piece
+    kRspLen = 3,    ///< *rsp_len written back by the channel call
+    kDataLen = 4,   ///< `data_len` of the first reply piece
+};
+
+inline constexpr uint32_t kAnyOpcode = 0xFFFFFFFFu;
+
+/// One injected fault, kept in "<dir>/faults".
+struct Fault {
+    FaultKind kind = FaultKind::kResult;
+    uint32_t opcode = kAnyOpcode;  ///< for all kinds but kFunction; kAnyOpcode matches any
+    std::string function;          ///< for kFunction: e.g. "kopa_get_device_health"
+    int64_t value = 0;             ///< forced result / return / frag / length
+    int32_t remaining = -1;        ///< calls left; -1 for every call
+};
+
+/// One call of kopa_cmd_get_network_device_info: the request header and what it answered.
+struct JournalRecord {
+    uint32_t logic_id;
+    uint32_t opcode;
+    uint32_t frag;
+    uint32_t direction;
+    uint32_t size_in;
+    uint32_t size_out;
+    uint32_t copy_size;
+    uint32_t tgid;
+    uint32_t client_pid;
+    int32_t ret;        ///< return value of the call
+    uint32_t rsp_len;   ///< *rsp_len after the call
+    int32_t result;     ///< reply header
+    uint32_t rsp_frag;
+    uint32_t data_len;
+};
+
+/// An exclusive hold on the state directory, with the files loaded on demand and written back
+/// (only those changed) by commit() or the destructor.
+class Session {
+public:
+    /// Locks `dir`; a directory that does not exist or holds no host table is uninitialised.
+    explicit Session(std::string dir = state_dir());
+    ~Session();
+    Session(const Session &) = delete;
+    Session &operator=(const Session &) = delete;
+
+    /// True when the directory holds a host table.
+    bool initialised() const { return initialised_; }
+    const std::string &dir() const { return dir_; }
+
+    /// The host table; call mark_host_dirty() after changing it.
+    HostTable &host() { return host_; }
+    void mark_host_dirty() { host_dirty_ = true; }
+
+    /// 0 when `logic_id` names a present device; -22 out of range, -19 not present.
+    int check_device(uint32_t logic_id) const;
+    /// The network state of a present device, loaded on first use (nullptr when absent).
+    DeviceState *device(uint32_t logic_id);
+    void mark_device_dirty(uint32_t logic_id) { dev_dirty_[logic_id % KOPA_MAX_DEVICES] = true; }
+    /// Logical id of the present device with physical id `phy_id`, or -19.
+    int logic_of_phy(uint32_t phy_id) const;
+    /// Logical ids of the present devices that share a gateway group with `logic_id`.
+    std::vector<uint32_t> group_of(uint32_t logic_id) const;
+
+    /// The injected faults (loaded on first use); call mark_faults_dirty() after changing them.
+    std::vector<Fault> &faults();
+    void mark_faults_dirty() { faults_dirty_ = true; }
+    /// Consumes one use of the first fault matching; nullopt when none matches.
+    std::optional<int64_t> take_fault(FaultKind kind, uint32_t opcode, std::string_view function = {});
+
+    /// Whether the journal records channel calls (the marker file "<dir>/journal.on").
+    bool journal_enabled() const;
+    void journal_append(const JournalRecord &record);
+
+    /// Writes every changed file back; returns 0 or a negative errno value.
+    [[nodiscard]] int commit();
+
+private:
+    std::string dir_;
+    int lock_fd_ = -1;
+    bool initialised_ = false;
+    HostTable host_{};
+    bool host_dirty_ = false;
+    std::unique_ptr<DeviceState> dev_[KOPA_MAX_DEVICES];
+    bool dev_dirty_[KOPA_MAX_DEVICES] = {};
+    std::vector<Fault> faults_;
+    bool faults_loaded_ = false;
+    bool faults_dirty_ = false;
+};
+
+/// Path of a file in the state directory.
+std::string state_path(const std::string &dir, std::string_view name);
+
+/// Text form of a fault, one line as `kopa-emu fault list` prints it.
+std::string format_fault(const Fault &fault);
+
+/// Turns the journal on or off; clear empties it. Return 0 or a negative errno value.
+[[nodiscard]] int set_journal(const std::string &dir, bool on);
+[[nodiscard]] int clear_journal(const std::string &dir);
+/// Every journal record, oldest first.
+std::vector<JournalRecord> read_journal(const std::string &dir);
+
+/// The configured driver-log level (0..7); kDefaultLogLevel when none was set.
+int read_log_level(const std::string &dir);
+[[nodiscard]] int write_log_level(const std::string &dir, int level);
+
+/// Path of the envelope key pair of a device (PEM private key).
+std::string envelope_key_path(const std::string &dir, uint32_t logic_id);
+
+/// True when `board_id` is a PCIe accelerator card (each device stands alone).
+constexpr bool is_pcie_board(uint32_t board_id)
+{
+    return board_id >= KOPA_BOARD_PCIE_MIN && board_id <= KOPA_BOARD_PCIE_MAX;
+}
+
+}  // namespace kopa_emu
