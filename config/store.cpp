@@ -64,12 +64,43 @@ private:
     char buf_[kStreamBufSize];
 };
 
+// realpath of the file, or of its directory when the file itself is missing, so that a missing
+// file fails the open (with the operation's own code) rather than the resolution.
+bool resolve_path(const char *path, char (&real_path)[PATH_MAX + 1])
+{
+    if (realpath(path, real_path) != nullptr)
+        return true;
+    if (errno != ENOENT)
+        return false;
+    const char *slash = strrchr(path, '/');
+    const char *base = slash != nullptr ? slash + 1 : path;
+    if (base[0] == '\0' || strcmp(base, ".") == 0 || strcmp(base, "..") == 0)
+        return false;
+    char dir[PATH_MAX + 1];
+    int n = slash == nullptr ? snprintf(dir, sizeof(dir), ".")
+                             : (slash == path ? snprintf(dir, sizeof(dir), "/")
+                                              : snprintf(dir, sizeof(dir), "%.*s",
+                                                         static_cast<int>(slash - path), path));
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(dir))
+        return false;
+    char real_dir[PATH_MAX + 1];
+    if (realpath(dir, real_dir) == nullptr)
+        return false;
+    const char *sep = strcmp(real_dir, "/") == 0 ? "" : "/";
+    n = snprintf(real_path, sizeof(real_path), "%s%s%s", real_dir, sep, base);
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(real_path)) {
+        errno = ENAMETOOLONG;
+        return false;
+    }
+    return true;
+}
+
 int LockedConf::open(const char *path, StoreOp op)
 {
     static const char *const kVerb[] = {"read", "write", "delete"};
     const size_t path_len = strnlen(path, kPathMax + 1);
     char real_path[PATH_MAX + 1] = {};
-    if (path_len > kPathMax || realpath(path, real_path) == nullptr) {
+    if (path_len > kPathMax || !resolve_path(path, real_path)) {
         DRV_ERR("%s path_len[%u] > PATH_MAX or conf_path is invalid, err[%d]",
                 kVerb[static_cast<int>(op)], static_cast<unsigned>(path_len), errno);
         return kCfgErrPath;

@@ -1,0 +1,199 @@
+// The operation catalogue: opcode and sizes of every operation, argument rejection, and the
+// answers the port reads print.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <functional>
+#include <map>
+#include <string>
+
+#include "device/ops.hpp"
+#include "tests/device/fake_firmware.hpp"
+
+namespace {
+
+struct Wire {
+    uint32_t opcode, size_in, size_out;
+};
+
+// What each operation must put on the wire, straight from the platform's catalogue.
+const std::map<std::string, Wire> &catalogue()
+{
+    static const std::map<std::string, Wire> table = {
+#define ROW(name, opcode, in, out) {#name, {opcode, in, out}},
+        KOPA_OPERATIONS(ROW)
+#undef ROW
+    };
+    return table;
+}
+
+constexpr uint32_t kLen = 64;  // every caller-given length in the table below
+alignas(8) uint8_t g_buf[TLS_CFG_SIZE];
+
+template <typename T>
+T *as() { return reinterpret_cast<T *>(g_buf); }
+void *b() { return g_buf; }
+
+struct Call {
+    const char *name;
+    std::function<int(uint32_t)> run;
+    uint32_t caller_out = kLen;  // expected size_out where the catalogue says caller-given
+};
+
+// clang-format off
+const Call kCalls[] = {
+    {"set_net_detect_ip_address", [](uint32_t i) { return kopa_set_net_detect_ip_address(i, 1); }},
+    {"get_net_detect_ip_address", [](uint32_t i) { return kopa_get_net_detect_ip_address(i, 0, as<uint32_t>()); }},
+    {"set_default_gateway_address", [](uint32_t i) { return kopa_set_default_gateway_address(i, 0, 1); }},
+    {"del_default_gateway_address", [](uint32_t i) { return kopa_del_default_gateway_address(i, 0, 1); }},
+    {"get_default_gateway_address", [](uint32_t i) { uint32_t p; return kopa_get_default_gateway_address(i, as<uint32_t>(), &p); }},
+    {"lldp_get_neighbor_info", [](uint32_t i) { return kopa_lldp_get_neighbor_info(i); }},
+    {"get_mac_address", [](uint32_t i) { return kopa_get_mac_address(i, 0, g_buf); }},
+    {"set_mac_address", [](uint32_t i) { return kopa_set_mac_address(i, 0, g_buf); }},
+    {"set_netdev_link", [](uint32_t i) { return kopa_set_netdev_link(i, 0, 1); }},
+    {"get_netdev_link", [](uint32_t i) { return kopa_get_netdev_link(i, 0, as<uint32_t>()); }},
+    {"set_mtu", [](uint32_t i) { return kopa_set_mtu(i, 0, 1500); }},
+    {"get_mtu", [](uint32_t i) { return kopa_get_mtu(i, 0); }},
+    {"set_dscp_map", [](uint32_t i) { return kopa_set_dscp_map(i, as<kopa_dscp_map_set>()); }},
+    {"get_dscp_map", [](uint32_t i) { return kopa_get_dscp_map(i, as<kopa_dscp_map>()); }},
+    {"set_port_shaping", [](uint32_t i) { return kopa_set_port_shaping(i, as<kopa_shaping_set>()); }},
+    {"get_port_shaping", [](uint32_t i) { return kopa_get_port_shaping(i, as<kopa_shaping_info>()); }},
+    {"get_route_table", [](uint32_t i) { return kopa_get_route_table(i, 0, as<char>(), kLen); }},
+    {"add_route_table", [](uint32_t i) { return kopa_add_route_table(i, 0, as<kopa_route_record>()); }, 4},
+    {"del_route_table", [](uint32_t i) { return kopa_del_route_table(i, 0, as<kopa_route_record>()); }, 4},
+    {"get_pci_info", [](uint32_t i) { return kopa_get_pci_info(i, b(), kLen); }},
+    {"get_roce_context", [](uint32_t i) { return kopa_get_roce_context(i, b(), b(), kLen); }},
+    {"get_eth_reg_info", [](uint32_t i) { return kopa_get_eth_reg_info(i, b(), kLen); }},
+    {"get_network_register", [](uint32_t i) { return kopa_get_network_register(i, 1, b(), kLen); }},
+    {"get_optical_info", [](uint32_t i) { return kopa_get_optical_info(i, b()); }},
+    {"get_netdev_stat", [](uint32_t i) { return kopa_get_netdev_stat(i, b()); }},
+    {"get_tls_cfg", [](uint32_t i) { return kopa_get_tls_cfg(i, 0, as<kopa_tls_cert_info>(), 2); }, 248},
+    {"clear_netdev_stat", [](uint32_t i) { return kopa_clear_netdev_stat(i); }},
+    {"set_tls_cfg", [](uint32_t i) { return kopa_set_tls_cfg(i, g_buf); }},
+    {"clear_tls_cfg", [](uint32_t i) { return kopa_clear_tls_cfg(i, 0); }},
+    {"set_tls_enable", [](uint32_t i) { return kopa_set_tls_enable(i, 1); }},
+    {"set_tls_alarm", [](uint32_t i) { return kopa_set_tls_alarm(i, 30); }},
+    {"get_firmware_version", [](uint32_t i) { return kopa_get_firmware_version(i, as<char>(), kLen); }},
+    {"get_device_process", [](uint32_t i) { return kopa_get_device_process(i, b(), kLen); }},
+    {"get_vnic_status", [](uint32_t i) { return kopa_get_vnic_status(i, 0, as<uint32_t>()); }},
+    {"get_tls_digital_envelope_pub_ky", [](uint32_t i) { return kopa_get_tls_digital_envelope_pub_ky(i, as<kopa_envelope_pub_key>()); }},
+    {"set_roce_port", [](uint32_t i) { return kopa_set_roce_port(i, 0, 4791); }},
+    {"get_roce_port", [](uint32_t i) { return kopa_get_roce_port(i, 0); }},
+    {"set_cfg_status", [](uint32_t i) { return kopa_set_cfg_status(i, 1); }},
+    {"get_cfg_status", [](uint32_t i) { return kopa_get_cfg_status(i, as<uint32_t>()); }},
+    {"get_netdev_status", [](uint32_t i) { return kopa_get_netdev_status(i, b(), kLen); }},
+    {"set_generic_info", [](uint32_t i) { return kopa_set_generic_info(i, b(), kLen); }},
+    {"get_link_his_stat", [](uint32_t i) { return kopa_get_link_his_stat(i, b(), kLen); }},
+    {"clear_link_his_stat", [](uint32_t i) { return kopa_clear_link_his_stat(i); }},
+    {"get_roce_dfx_len", [](uint32_t i) { return kopa_get_roce_dfx_len(i, b(), kLen); }},
+    {"get_roce_dfx_data", [](uint32_t i) { return kopa_get_roce_dfx_data(i, 0, b(), kLen); }},
+    {"get_roce_perftest_status", [](uint32_t i) { return kopa_get_roce_perftest_status(i, b(), kLen, b()); }},
+    {"get_roce_perftest_report", [](uint32_t i) { return kopa_get_roce_perftest_report(i, b(), kLen, b(), kLen); }},
+    {"stop_roce_perftest", [](uint32_t i) { return kopa_stop_roce_perftest(i, b(), kLen); }},
+    {"reset_roce_perftest", [](uint32_t i) { return kopa_reset_roce_perftest(i, b()); }},
+    {"get_eth_speed", [](uint32_t i) { return kopa_get_eth_speed(i, as<uint32_t>()); }},
+    {"get_eth_duplex", [](uint32_t i) { return kopa_get_eth_duplex(i, as<uint32_t>()); }},
+    {"get_ssu_reg", [](uint32_t i) { return kopa_get_ssu_reg(i, b(), kLen); }},
+    {"get_serdes_ctle_info", [](uint32_t i) { return kopa_get_serdes_ctle_info(i, b()); }},
+    {"get_serdes_dfe_info", [](uint32_t i) { return kopa_get_serdes_dfe_info(i, b()); }},
+    {"get_serdes_ffe_info", [](uint32_t i) { return kopa_get_serdes_ffe_info(i, b()); }},
+    {"get_fec_info", [](uint32_t i) { return kopa_get_fec_info(i, as<uint32_t>()); }},
+    {"set_fec_info", [](uint32_t i) { return kopa_set_fec_info(i, 1); }},
+    {"get_pcs_info", [](uint32_t i) { return kopa_get_pcs_info(i, b()); }},
+    {"get_adapt_status_info", [](uint32_t i) { return kopa_get_adapt_status_info(i, 0, b()); }},
+    {"trig_query_cdr_info", [](uint32_t i) { return kopa_trig_query_cdr_info(i, b(), kLen, b()); }},
+    {"query_mac_lane_cdr_info", [](uint32_t i) { return kopa_query_mac_lane_cdr_info(i, b()); }},
+    {"get_cdr_reg_info", [](uint32_t i) { return kopa_get_cdr_reg_info(i, b(), b()); }},
+    {"get_pfc_enabled", [](uint32_t i) { return kopa_get_pfc_enabled(i, as<kopa_pfc_info>()); }},
+    {"set_pfc_enabled", [](uint32_t i) { return kopa_set_pfc_enabled(i, b(), kLen); }},
+    {"get_tc_cfg", [](uint32_t i) { return kopa_get_tc_cfg(i, as<kopa_tc_cfg_info>()); }},
+    {"set_tc_cfg", [](uint32_t i) { return kopa_set_tc_cfg(i, as<kopa_tc_cfg_set>()); }},
+    {"get_current_tc_used", [](uint32_t i) { return kopa_get_current_tc_used(i, 0, as<uint32_t>()); }},
+    {"get_prio_tc_info", [](uint32_t i) { return kopa_get_prio_tc_info(i, b(), kLen); }},
+    {"set_prio_tc_info", [](uint32_t i) { return kopa_set_prio_tc_info(i, b(), kLen); }},
+    {"ping_fun", [](uint32_t i) { return kopa_ping_fun(i, b(), kLen, b(), kLen); }},
+    {"get_gratuitous_arp_info", [](uint32_t i) { return kopa_get_gratuitous_arp_info(i, 0, as<kopa_garp_info>()); }},
+    {"set_gratuitous_arp_info", [](uint32_t i) { return kopa_set_gratuitous_arp_info(i, b(), kLen); }},
+    {"set_optical_auto_adapt", [](uint32_t i) { return kopa_set_optical_auto_adapt(i, b(), kLen); }},
+    {"get_eth_test_info", [](uint32_t i) { return kopa_get_eth_test_info(i, 1, b(), kLen); }},
+};
+// clang-format on
+
+class OpsTest : public ::testing::Test {
+protected:
+    void SetUp() override { fake_firmware().reset(); }
+    FakeFirmware &fw() { return fake_firmware(); }
+};
+
+TEST_F(OpsTest, EveryOperationSendsItsOpcodeAndSizes)
+{
+    ASSERT_EQ(std::size(kCalls), catalogue().size()) << "an operation without a row";
+    for (const Call &call : kCalls) {
+        SCOPED_TRACE(call.name);
+        auto it = catalogue().find(call.name);
+        ASSERT_NE(it, catalogue().end());
+        const Wire &want = it->second;
+        fw().reset();
+        ::testing::internal::CaptureStdout();
+        EXPECT_EQ(call.run(5), 0);
+        (void)::testing::internal::GetCapturedStdout();
+        ASSERT_FALSE(fw().requests.empty());
+        const ds_req &req = fw().requests.front();
+        EXPECT_EQ(req.logic_id, 5u);
+        EXPECT_EQ(req.opcode, want.opcode);
+        EXPECT_EQ(req.size_in, want.size_in == KOPA_SIZE_CALLER ? kLen : want.size_in);
+        EXPECT_EQ(req.size_out, want.size_out == KOPA_SIZE_CALLER ? call.caller_out : want.size_out);
+        const bool pid_read = it->first == "get_route_table" || it->first == "get_netdev_status";
+        EXPECT_EQ(req.client_pid, pid_read ? static_cast<uint32_t>(getpid()) : 0u);
+    }
+}
+
+TEST_F(OpsTest, EveryOperationRejectsLogicIdSixteenBeforeSending)
+{
+    for (const Call &call : kCalls) {
+        EXPECT_EQ(call.run(16), -22) << call.name;
+        EXPECT_TRUE(fw().logged("logic id:16 is invalid! expect [0]-[15]")) << call.name;
+    }
+    EXPECT_TRUE(fw().requests.empty());
+}
+
+TEST_F(OpsTest, NullOutputAndBadPortRejected)
+{
+    EXPECT_EQ(kopa_get_eth_duplex(0, nullptr), -22);
+    EXPECT_TRUE(fw().logged("duplex is null, logic_id[0]"));
+    EXPECT_EQ(kopa_add_route_table(0, 0, nullptr), -22);
+    kopa_send_request req{0x85, nullptr, 0, g_buf, 4, "x"};
+    EXPECT_EQ(kopa_send_data(0, 8, &req), -22);
+    EXPECT_TRUE(fw().requests.empty());
+    EXPECT_EQ(kopa_send_data(0, 7, &req), 0);
+    EXPECT_EQ(fw().requests.at(0).opcode, 0x85u);
+}
+
+TEST_F(OpsTest, PortReadsPrintTheirAnswer)
+{
+    fw().answer = [](const ds_req &req, ds_rsp &rsp, unsigned &) {
+        rsp = fake_piece(0, 0, 0);
+        if (req.opcode == KOPA_OP_get_mtu) {
+            kopa_mtu_record rec{0, 9000};
+            memcpy(rsp.info, &rec, sizeof(rec));
+            rsp.data_len = sizeof(rec);
+        } else if (req.opcode == KOPA_OP_get_roce_port) {
+            kopa_roce_port_record rec{0, 4791};
+            memcpy(rsp.info, &rec, sizeof(rec));
+            rsp.data_len = sizeof(rec);
+        } else {
+            rsp.data_len = 2000;  // a full, unterminated text
+            memset(rsp.info, 'n', 2000);
+        }
+        return 0;
+    };
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(kopa_get_mtu(0, 0), 0);
+    EXPECT_EQ(kopa_get_roce_port(0, 0), 0);
+    EXPECT_EQ(kopa_lldp_get_neighbor_info(0), 0);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "mtu:9000\nudp_port:4791\n" + std::string(2000, 'n') + "\n");
+}
+
+}  // namespace
