@@ -1,1 +1,266 @@
+// The named device fields of `kopa-emu get` / `kopa-emu set`.
+#include "emu/control_fields.hpp"
 
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+namespace kopa_emu {
+namespace {
+
+enum class Type { kU32, kHex, kIpv4, kMac, kText, kGateway, kRoutes };
+
+/// Where a field lives: the host table (identity, health) or the device file (network state).
+struct Field {
+    const char *name;
+    Type type;
+    bool host;
+    bool writable;
+    uint32_t HostDevice::*host_member;
+    uint32_t DeviceState::*dev_member;
+};
+
+constexpr Field kFields[] = {
+    {"present", Type::kU32, true, true, &HostDevice::present, nullptr},
+    {"phy-id", Type::kU32, true, true, &HostDevice::phy_id, nullptr},
+    {"health", Type::kU32, true, true, &HostDevice::health, nullptr},
+    {"board-id", Type::kHex, true, true, &HostDevice::board_id, nullptr},
+    {"net-health", Type::kU32, true, true, &HostDevice::net_health, nullptr},
+    {"vnic-ip", Type::kIpv4, false, true, nullptr, nullptr},
+    {"vnic-mask", Type::kIpv4, false, true, nullptr, nullptr},
+    {"vnic-link", Type::kU32, false, true, nullptr, &DeviceState::vnic_link},
+    {"roce-ip", Type::kIpv4, false, true, nullptr, nullptr},
+    {"roce-mask", Type::kIpv4, false, true, nullptr, nullptr},
+    {"netdetect", Type::kIpv4, false, true, nullptr, &DeviceState::netdetect},
+    {"gateway", Type::kGateway, false, true, nullptr, nullptr},
+    {"mac", Type::kMac, false, true, nullptr, nullptr},
+    {"link", Type::kU32, false, true, nullptr, &DeviceState::link},
+    {"mtu", Type::kU32, false, true, nullptr, &DeviceState::mtu},
+    {"udp-port", Type::kU32, false, true, nullptr, &DeviceState::udp_port},
+    {"cfg-status", Type::kU32, false, true, nullptr, &DeviceState::cfg_status},
+    {"routes", Type::kRoutes, false, true, nullptr, nullptr},
+    {"lldp", Type::kText, false, true, nullptr, nullptr},
+    {"firmware", Type::kText, false, true, nullptr, nullptr},
+    {"tls-switch", Type::kU32, false, true, nullptr, &DeviceState::tls_switch},
+    {"tls-alarm", Type::kU32, false, true, nullptr, &DeviceState::tls_alarm_days},
+    {"tls-certs", Type::kU32, false, false, nullptr, &DeviceState::cert_count},
+};
+
+const Field *find_field(std::string_view name)
+{
+    for (const Field &f : kFields) {
+        if (name == f.name) return &f;
+    }
+    return nullptr;
+}
+
+uint32_t *ipv4_slot(DeviceState &d, std::string_view name)
+{
+    if (name == "vnic-ip") return &d.vnic.address;
+    if (name == "vnic-mask") return &d.vnic.netmask;
+    if (name == "roce-ip") return &d.roce.address;
+    if (name == "roce-mask") return &d.roce.netmask;
+    return &d.netdetect;
+}
+
+std::string ipv4_text(uint32_t be)
+{
+    char buf[INET_ADDRSTRLEN] = {};
+    inet_ntop(AF_INET, &be, buf, sizeof buf);
+    return buf;
+}
+
+bool parse_ipv4(std::string_view text, uint32_t &be)
+{
+    char buf[INET_ADDRSTRLEN] = {};
+    if (text.size() >= sizeof buf) return false;
+    memcpy(buf, text.data(), text.size());
+    return inet_pton(AF_INET, buf, &be) == 1;
+}
+
+bool parse_mac(std::string_view text, uint8_t (&mac)[6])
+{
+    unsigned v[6];
+    char tail = 0;
+    std::string s(text);
+    if (text.size() != 17 ||
+        sscanf(s.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &tail) != 6) {
+        return false;
+    }
+    for (int i = 0; i < 6; ++i) mac[i] = static_cast<uint8_t>(v[i]);
+    return true;
+}
+
+/// Text with "\n" escapes turned into newlines, so a shell argument can carry several lines.
+std::string unescape(std::string_view text)
+{
+    std::string out;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\\' && i + 1 < text.size() && text[i + 1] == 'n') {
+            out += '\n';
+            ++i;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+const char *field_names()
+{
+    return "present phy-id health board-id net-health vnic-ip vnic-mask vnic-link roce-ip roce-mask "
+           "netdetect gateway mac link mtu udp-port cfg-status routes lldp firmware tls-switch tls-alarm "
+           "tls-certs";
+}
+
+bool parse_u32(std::string_view text, uint32_t &out)
+{
+    int64_t v = 0;
+    if (!parse_i64(text, v) || v < 0 || v > 0xFFFFFFFFll) return false;
+    out = static_cast<uint32_t>(v);
+    return true;
+}
+
+bool parse_i64(std::string_view text, int64_t &out)
+{
+    if (text.empty() || text.size() > 20) return false;
+    std::string s(text);
+    errno = 0;
+    char *end = nullptr;
+    long long v = strtoll(s.c_str(), &end, 0);
+    if (errno != 0 || end == s.c_str() || *end != '\0' || s[0] == ' ' || s[0] == '+') return false;
+    out = v;
+    return true;
+}
+
+bool get_field(Session &session, uint32_t logic_id, std::string_view name, std::string &out)
+{
+    const Field *f = find_field(name);
+    if (f == nullptr) {
+        out = "unknown field '" + std::string(name) + "'";
+        return false;
+    }
+    if (logic_id >= KOPA_MAX_DEVICES) {
+        out = "device id out of range 0..15";
+        return false;
+    }
+    char buf[64];
+    if (f->host) {
+        uint32_t v = session.host().dev[logic_id].*(f->host_member);
+        snprintf(buf, sizeof buf, f->type == Type::kHex ? "0x%04x" : "%u", v);
+        out = buf;
+        return true;
+    }
+    DeviceState *d = session.device(logic_id);
+    if (d == nullptr) {
+        out = "device " + std::to_string(logic_id) + " is not present";
+        return false;
+    }
+    switch (f->type) {
+    case Type::kIpv4: out = ipv4_text(*ipv4_slot(*d, name)); break;
+    case Type::kGateway: out = d->has_gateway ? ipv4_text(d->gateway) : "none"; break;
+    case Type::kMac:
+        snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", d->mac[0], d->mac[1], d->mac[2],
+                 d->mac[3], d->mac[4], d->mac[5]);
+        out = buf;
+        break;
+    case Type::kText: out = name == "lldp" ? d->lldp : d->firmware; break;
+    case Type::kRoutes:
+        out.clear();
+        for (uint32_t i = 0; i < d->route_count; ++i) {
+            const kopa_route_record &r = d->routes[i];
+            out += ipv4_text(r.destination) + " " + ipv4_text(r.netmask) + " " + ipv4_text(r.gateway);
+            if (i + 1 < d->route_count) out += '\n';
+        }
+        break;
+    default: out = std::to_string(d->*(f->dev_member)); break;
+    }
+    return true;
+}
+
+bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::string_view value,
+               std::string &err)
+{
+    const Field *f = find_field(name);
+    if (f == nullptr) {
+        err = "unknown field '" + std::string(name) + "'";
+        return false;
+    }
+    if (!f->writable) {
+        err = "field '" + std::string(name) + "' is read-only";
+        return false;
+    }
+    if (logic_id >= KOPA_MAX_DEVICES) {
+        err = "device id out of range 0..15";
+        return false;
+    }
+    const std::string bad = "invalid value '" + std::string(value) + "' for " + std::string(name);
+    uint32_t num = 0;
+    if (f->host) {
+        if (!parse_u32(value, num)) {
+            err = bad;
+            return false;
+        }
+        session.host().dev[logic_id].*(f->host_member) = num;
+        session.mark_host_dirty();
+        if (name == "present" && num != 0) session.device(logic_id);  // make its file if missing
+        return true;
+    }
+    DeviceState *d = session.device(logic_id);
+    if (d == nullptr) {
+        err = "device " + std::to_string(logic_id) + " is not present";
+        return false;
+    }
+    bool ok = true;
+    switch (f->type) {
+    case Type::kIpv4: ok = parse_ipv4(value, *ipv4_slot(*d, name)); break;
+    case Type::kGateway:
+        if (value == "none") {
+            d->has_gateway = 0;
+            d->gateway = 0;
+            d->gateway_seq = 0;
+        } else if ((ok = parse_ipv4(value, d->gateway))) {
+            uint64_t newest = 0;
+            for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
+                if (const DeviceState *peer = session.device(i)) newest = std::max(newest, peer->gateway_seq);
+            }
+            d->has_gateway = 1;
+            d->gateway_seq = newest + 1;
+        }
+        break;
+    case Type::kMac: ok = parse_mac(value, d->mac); break;
+    case Type::kText: {
+        std::string text = unescape(value);
+        char *dst = name == "lldp" ? d->lldp : d->firmware;
+        size_t cap = name == "lldp" ? sizeof d->lldp : sizeof d->firmware;
+        ok = text.size() < cap;
+        if (ok) snprintf(dst, cap, "%s", text.c_str());
+        break;
+    }
+    case Type::kRoutes:
+        ok = value == "none";  // routes are added through the device; here they can only be dropped
+        if (ok) {
+            d->route_count = 0;
+            memset(d->routes, 0, sizeof d->routes);
+        }
+        break;
+    default:
+        ok = parse_u32(value, num);
+        if (ok) d->*(f->dev_member) = num;
+        break;
+    }
+    if (!ok) {
+        err = bad;
+        return false;
+    }
+    session.mark_device_dirty(logic_id);
+    return true;
+}
+
+}  // namespace kopa_emu
