@@ -14,13 +14,13 @@
 #include "log/driver_log.hpp"
 #include "main/paths.hpp"
 
-namespace {
+namespace
+{
 
 constexpr int kEinval = -22;
 constexpr size_t kPathMax = 4096;
-// Reads go through a larger stdio buffer than the default so that a whole 1 MB file costs a
-// few dozen read() calls instead of hundreds.
-constexpr size_t kStreamBufSize = 64 * 1024;
+// Reads and rewrites scan the file in chunks of this size rather than line by line.
+constexpr size_t kChunkSize = 64 * 1024;
 
 enum class StoreOp { kRead, kWrite, kDelete };
 
@@ -40,8 +40,9 @@ int op_error(StoreOp op)
 // The configuration file, opened and exclusively locked. Closing the stream flushes any
 // pending write before the descriptor goes, and with it the lock: no other process can see
 // the file between the last write and the release.
-class LockedConf {
-public:
+class LockedConf
+{
+  public:
     LockedConf() = default;
     LockedConf(const LockedConf &) = delete;
     LockedConf &operator=(const LockedConf &) = delete;
@@ -59,9 +60,8 @@ public:
     [[nodiscard]] int open(const char *path, StoreOp op);
     FILE *stream() const { return stream_; }
 
-private:
+  private:
     FILE *stream_ = nullptr;
-    char buf_[kStreamBufSize];
 };
 
 // realpath of the file, or of its directory when the file itself is missing, so that a missing
@@ -77,10 +77,11 @@ bool resolve_path(const char *path, char (&real_path)[PATH_MAX + 1])
     if (base[0] == '\0' || strcmp(base, ".") == 0 || strcmp(base, "..") == 0)
         return false;
     char dir[PATH_MAX + 1];
-    int n = slash == nullptr ? snprintf(dir, sizeof(dir), ".")
-                             : (slash == path ? snprintf(dir, sizeof(dir), "/")
-                                              : snprintf(dir, sizeof(dir), "%.*s",
-                                                         static_cast<int>(slash - path), path));
+    int n = slash == nullptr
+                ? snprintf(dir, sizeof(dir), ".")
+                : (slash == path
+                       ? snprintf(dir, sizeof(dir), "/")
+                       : snprintf(dir, sizeof(dir), "%.*s", static_cast<int>(slash - path), path));
     if (n < 0 || static_cast<size_t>(n) >= sizeof(dir))
         return false;
     char real_dir[PATH_MAX + 1];
@@ -116,7 +117,6 @@ int LockedConf::open(const char *path, StoreOp op)
             DRV_ERR("Open configure file fail! errno[%d], real_conf_path[%s]", errno, real_path);
         return op_error(op);
     }
-    (void)setvbuf(stream_, buf_, _IOFBF, sizeof(buf_));
 
     const int fd = fileno(stream_);
     int ret = flock(fd, LOCK_EX);
@@ -135,6 +135,54 @@ int LockedConf::open(const char *path, StoreOp op)
         return op_error(op);
     }
     return 0;
+}
+
+// Yields the stream as fgets with a kCfgLineSize buffer would: each line, and a line longer
+// than kCfgLineSize - 1 characters as pieces of that length. It scans large chunks with memchr
+// instead of paying a library call per line, which dominates on a file of short lines.
+class PieceReader
+{
+  public:
+    explicit PieceReader(FILE *stream) : stream_(stream) {}
+    PieceReader(const PieceReader &) = delete;
+    PieceReader &operator=(const PieceReader &) = delete;
+
+    /// The next piece in [*data, *data + *len), newline included; false at end of file.
+    bool next(const char **data, size_t *len);
+
+  private:
+    FILE *stream_;
+    size_t begin_ = 0;
+    size_t end_ = 0;
+    bool eof_ = false;
+    char buf_[kChunkSize];
+};
+
+bool PieceReader::next(const char **data, size_t *len)
+{
+    constexpr size_t kPiece = kCfgLineSize - 1;
+    for (;;) {
+        const size_t avail = end_ - begin_;
+        const size_t window = avail < kPiece ? avail : kPiece;
+        const char *start = buf_ + begin_;
+        const char *nl = static_cast<const char *>(memchr(start, '\n', window));
+        if (nl != nullptr || avail >= kPiece || (eof_ && avail > 0)) {
+            *data = start;
+            *len = nl != nullptr ? static_cast<size_t>(nl - start) + 1 : window;
+            begin_ += *len;
+            return true;
+        }
+        if (eof_)
+            return false;
+        memmove(buf_, start, avail);
+        begin_ = 0;
+        end_ = avail;
+        const size_t got = fread_unlocked(buf_ + end_, 1, sizeof(buf_) - end_, stream_);
+        end_ += got;
+        // A read error ends the scan like the end of the file, as it would for fgets.
+        if (got == 0)
+            eof_ = true;
+    }
 }
 
 // "<item>_<phy_id>" into key; 12289 when it does not fit.
@@ -162,7 +210,7 @@ int append_line(char *buffer, uint32_t buffer_size, size_t *used, const char *li
     return 0;
 }
 
-}  // namespace
+} // namespace
 
 const char *cfg_conf_path()
 {
@@ -249,28 +297,24 @@ int cfg_inner_del_conf(const char *path, const char *key)
     return cfg_inner_del_conf_byfd(conf.stream(), key);
 }
 
-int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out,
-                             uint32_t value_size)
+int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out, uint32_t value_size)
 {
     if (stream == nullptr || key == nullptr || value_out == nullptr)
         return kEinval;
     const size_t key_len = strlen(key);
-    char line[kCfgLineSize];
-    while (fgets(line, sizeof(line), stream) != nullptr) {
-        if (line[0] == '#')
+    PieceReader reader(stream);
+    const char *line = nullptr;
+    size_t len = 0;
+    while (reader.next(&line, &len)) {
+        // A prefix match over the key only: the first line that begins with the key answers,
+        // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
+        if (line[0] == '#' || len < 3 || len < key_len || memcmp(line, key, key_len) != 0)
             continue;
-        size_t len = strlen(line);
-        if (len < 3)
-            continue;
-        char *eq = static_cast<char *>(memchr(line, '=', len));
+        const char *eq = static_cast<const char *>(memchr(line, '=', len));
         if (eq == nullptr)
             continue;
         if (line[len - 1] == '\n')
-            line[--len] = '\0';
-        // A prefix match over the key only: the first line that begins with the key answers,
-        // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
-        if (strncmp(line, key, key_len) != 0)
-            continue;
+            --len;
 
         const char *value = eq + 1;
         const size_t value_len = static_cast<size_t>(line + len - value);
@@ -278,7 +322,8 @@ int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out,
             DRV_ERR("strcpy_s err[%d], len:%u", ERANGE, value_size);
             return kCfgErrString;
         }
-        memcpy(value_out, value, value_len + 1);
+        memcpy(value_out, value, value_len);
+        value_out[value_len] = '\0';
         return 0;
     }
     return kCfgErrNotFound;
@@ -295,12 +340,14 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
     size_t used = 0;
     buffer[0] = '\0';
 
-    char line[kCfgLineSize];
-    while (fgets(line, sizeof(line), stream) != nullptr) {
+    PieceReader reader(stream);
+    const char *line = nullptr;
+    size_t len = 0;
+    while (reader.next(&line, &len)) {
         // Exact key match: "mtu_1=" replaces only mtu_1, never mtu_10.
-        if (strncmp(line, key, key_len) == 0 && line[key_len] == '=')
+        if (len > key_len && memcmp(line, key, key_len) == 0 && line[key_len] == '=')
             continue;
-        int ret = append_line(buffer, buffer_size, &used, line, strlen(line));
+        int ret = append_line(buffer, buffer_size, &used, line, len);
         if (ret != 0)
             return ret;
     }
