@@ -9,7 +9,8 @@
 
 #include "log/driver_log.hpp"
 
-namespace {
+namespace
+{
 
 constexpr int kEinval = -EINVAL;
 constexpr uint32_t kMaxLogicId = KOPA_MAX_DEVICES - 1;
@@ -66,8 +67,8 @@ int kopa_network_transmission_channel_para_check(const network_channel_para *par
     return 0;
 }
 
-void kopa_network_transmission_channel_cmd_init(uint32_t logic_id,
-                                                const network_channel_para *para, ds_req *req)
+void kopa_network_transmission_channel_cmd_init(uint32_t logic_id, const network_channel_para *para,
+                                                ds_req *req)
 {
     req->logic_id = logic_id;
     req->opcode = para->opcode;
@@ -99,8 +100,7 @@ int kopa_set_send_cfg(ds_req *req, uint32_t remaining, uint32_t *copy_size, cons
         if (ret != 0) {
             DRV_ERR("kopa memcpy data to info failed ret[%d] dst_len[%d], off_set[%d], "
                     "src_len[%u]",
-                    ret, static_cast<int>(sizeof(req->info)), static_cast<int>(offset),
-                    *copy_size);
+                    ret, static_cast<int>(sizeof(req->info)), static_cast<int>(offset), *copy_size);
             return ret;
         }
     }
@@ -133,8 +133,7 @@ int kopa_send(uint32_t logic_id, network_channel_para *para, ds_req *req, ds_rsp
         }
         last_result = rsp->result;
         if (rsp->result != 0) {
-            DRV_ERR("logic_id %d kopa get result %d != 0", static_cast<int>(logic_id),
-                    rsp->result);
+            DRV_ERR("logic_id %d kopa get result %d != 0", static_cast<int>(logic_id), rsp->result);
             para->result = rsp->result;
             return 0;
         }
@@ -186,8 +185,8 @@ int kopa_recv(uint32_t logic_id, network_channel_para *para, ds_req *req, ds_rsp
     req->direction = KOPA_DIR_FETCH;
 
     for (;;) {
-        int ret = kopa_cmd_get_outbuf_from_every_pkt(rsp, para->outbuf, orig_len, &offset,
-                                                     &remaining);
+        int ret =
+            kopa_cmd_get_outbuf_from_every_pkt(rsp, para->outbuf, orig_len, &offset, &remaining);
         if (ret != 0) {
             DRV_ERR("logic_id %d kopa get outbuf failed ret %d", static_cast<int>(logic_id), ret);
             para->result = rsp->result;
@@ -213,8 +212,7 @@ int kopa_recv(uint32_t logic_id, network_channel_para *para, ds_req *req, ds_rsp
             return kEinval;
         }
         if (rsp->result != 0) {
-            DRV_ERR("logic_id %d kopa get result %d != 0", static_cast<int>(logic_id),
-                    rsp->result);
+            DRV_ERR("logic_id %d kopa get result %d != 0", static_cast<int>(logic_id), rsp->result);
             para->result = rsp->result;
             return 0;
         }
@@ -231,7 +229,7 @@ void kopa_cmd_cleanup_info(ds_req *req, ds_rsp *rsp)
         DRV_ERR("memset_s ds_rsp.info fail ret[%d]", ret);
 }
 
-}  // namespace
+} // namespace
 
 int kopa_network_transmission_channel(uint32_t logic_id, network_channel_para *para)
 {

@@ -5,7 +5,8 @@
 #include "device/ops.hpp"
 #include "device/ops_exchange.hpp"
 
-namespace {
+namespace
+{
 
 // A fixed-size reply read into the caller's record.
 int get_fixed(const char *name, uint32_t logic_id, uint32_t opcode, void *out, uint32_t len)
@@ -19,7 +20,7 @@ int set_only(const char *name, uint32_t logic_id, uint32_t opcode, const void *i
     return kopa_exchange(name, logic_id, opcode, in, len, nullptr, 0);
 }
 
-}  // namespace
+} // namespace
 
 int kopa_set_dscp_map(uint32_t logic_id, const kopa_dscp_map_set *map)
 {
@@ -239,8 +240,7 @@ int kopa_get_ssu_reg(uint32_t logic_id, void *buf, uint32_t len)
 
 int kopa_get_roce_context(uint32_t logic_id, const void *query, void *buf, uint32_t len)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) ||
-        !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kKopaEinval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_context, query, 8, buf, len);
 }
@@ -256,8 +256,8 @@ int kopa_get_roce_dfx_data(uint32_t logic_id, uint32_t index, void *buf, uint32_
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kKopaEinval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_dfx_data, &index, sizeof(index),
-                         buf, len);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_dfx_data, &index, sizeof(index), buf,
+                         len);
 }
 
 int kopa_get_roce_perftest_status(uint32_t logic_id, const void *req, uint32_t req_len,
@@ -266,15 +266,14 @@ int kopa_get_roce_perftest_status(uint32_t logic_id, const void *req, uint32_t r
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) ||
         !KOPA_ARG_OK(status, logic_id))
         return kKopaEinval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_status, req, req_len,
-                         status, 10);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_status, req, req_len, status,
+                         10);
 }
 
-int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req, uint32_t req_len,
-                                  void *buf, uint32_t len)
+int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req, uint32_t req_len, void *buf,
+                                  uint32_t len)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) ||
-        !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kKopaEinval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_report, req, req_len, buf,
                          len);
@@ -296,8 +295,7 @@ int kopa_reset_roce_perftest(uint32_t logic_id, void *buf)
 
 int kopa_ping_fun(uint32_t logic_id, const void *req, uint32_t req_len, void *buf, uint32_t len)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) ||
-        !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kKopaEinval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_ping_fun, req, req_len, buf, len);
 }
@@ -340,8 +338,7 @@ int kopa_get_adapt_status_info(uint32_t logic_id, uint32_t lane, void *info)
 
 int kopa_trig_query_cdr_info(uint32_t logic_id, const void *req, uint32_t req_len, void *out)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) ||
-        !KOPA_ARG_OK(out, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(out, logic_id))
         return kKopaEinval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_trig_query_cdr_info, req, req_len, out, 8);
 }
@@ -355,8 +352,7 @@ int kopa_query_mac_lane_cdr_info(uint32_t logic_id, void *info)
 
 int kopa_get_cdr_reg_info(uint32_t logic_id, const void *req, void *out)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) ||
-        !KOPA_ARG_OK(out, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(out, logic_id))
         return kKopaEinval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_cdr_reg_info, req, 480, out, 480);
 }

@@ -7,11 +7,12 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kMaxPortId = 7;
 
-}  // namespace
+} // namespace
 
 bool kopa_logic_id_ok(uint32_t logic_id, const char *func, int line)
 {
@@ -23,8 +24,7 @@ bool kopa_logic_id_ok(uint32_t logic_id, const char *func, int line)
     return false;
 }
 
-bool kopa_arg_ok(const void *ptr, const char *what, uint32_t logic_id, const char *func,
-                 int line)
+bool kopa_arg_ok(const void *ptr, const char *what, uint32_t logic_id, const char *func, int line)
 {
     if (ptr != nullptr)
         return true;
@@ -69,13 +69,12 @@ int kopa_send_data(uint32_t logic_id, uint32_t port_id, kopa_send_request *reque
             request->cmdline != nullptr ? request->cmdline : "");
 
     uint32_t size_out = request->size_out;
-    network_channel_para para{request->opcode, request->inbuf, request->size_in,
-                              request->outbuf,  &size_out,      -1,
-                              0};
+    network_channel_para para{
+        request->opcode, request->inbuf, request->size_in, request->outbuf, &size_out, -1, 0};
     int ret = kopa_network_transmission_channel(logic_id, &para);
     if (ret != 0) {
-        DRV_ERR("Kopa send failed. (ret=%d; logic_id=%d; port=%d)", ret,
-                static_cast<int>(logic_id), static_cast<int>(port_id));
+        DRV_ERR("Kopa send failed. (ret=%d; logic_id=%d; port=%d)", ret, static_cast<int>(logic_id),
+                static_cast<int>(port_id));
         return ret;
     }
     if (para.result == KOPA_RESULT_EPERM)

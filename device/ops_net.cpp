@@ -8,12 +8,15 @@
 #include "device/ops.hpp"
 #include "device/ops_exchange.hpp"
 
-namespace {
+namespace
+{
 
-template <typename T>
-uint32_t size_of(const T &) { return static_cast<uint32_t>(sizeof(T)); }
+template <typename T> uint32_t size_of(const T &)
+{
+    return static_cast<uint32_t>(sizeof(T));
+}
 
-}  // namespace
+} // namespace
 
 int kopa_set_net_detect_ip_address(uint32_t logic_id, uint32_t address)
 {
@@ -27,8 +30,8 @@ int kopa_get_net_detect_ip_address(uint32_t logic_id, uint32_t /*port_id*/, uint
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(address, logic_id))
         return kKopaEinval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_net_detect_ip_address, nullptr, 0,
-                         address, size_of(*address));
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_net_detect_ip_address, nullptr, 0, address,
+                         size_of(*address));
 }
 
 int kopa_set_default_gateway_address(uint32_t logic_id, uint32_t port_id, uint32_t gateway)
@@ -70,8 +73,8 @@ int kopa_lldp_get_neighbor_info(uint32_t logic_id)
         return kKopaEinval;
     // One spare byte keeps the text terminated whatever the firmware sends.
     char text[2000 + 1] = {};
-    int ret = kopa_exchange(__func__, logic_id, KOPA_OP_lldp_get_neighbor_info, nullptr, 0, text,
-                            2000);
+    int ret =
+        kopa_exchange(__func__, logic_id, KOPA_OP_lldp_get_neighbor_info, nullptr, 0, text, 2000);
     if (ret == 0)
         printf("%s\n", text);
     return ret;
@@ -89,8 +92,8 @@ int kopa_set_mac_address(uint32_t logic_id, uint32_t /*port_id*/, const uint8_t 
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(mac, logic_id))
         return kKopaEinval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_set_mac_address, mac,
-                         sizeof(kopa_mac_record), nullptr, 0);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_set_mac_address, mac, sizeof(kopa_mac_record),
+                         nullptr, 0);
 }
 
 int kopa_set_netdev_link(uint32_t logic_id, uint32_t port_id, uint32_t state)
@@ -98,8 +101,8 @@ int kopa_set_netdev_link(uint32_t logic_id, uint32_t port_id, uint32_t state)
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kKopaEinval;
     kopa_link_set_record rec{static_cast<uint8_t>(port_id), static_cast<uint8_t>(state), 0};
-    return kopa_exchange(__func__, logic_id, KOPA_OP_set_netdev_link, &rec, size_of(rec),
-                         nullptr, 0);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_set_netdev_link, &rec, size_of(rec), nullptr,
+                         0);
 }
 
 int kopa_get_netdev_link(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *state)
@@ -144,8 +147,8 @@ int kopa_add_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_rou
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(route, logic_id))
         return kKopaEinval;
     uint32_t reply = 0;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_add_route_table, route, sizeof(*route),
-                         &reply, size_of(reply));
+    return kopa_exchange(__func__, logic_id, KOPA_OP_add_route_table, route, sizeof(*route), &reply,
+                         size_of(reply));
 }
 
 int kopa_del_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_route_record *route)
@@ -153,8 +156,8 @@ int kopa_del_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_rou
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(route, logic_id))
         return kKopaEinval;
     uint32_t reply = 0;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_del_route_table, route, sizeof(*route),
-                         &reply, size_of(reply));
+    return kopa_exchange(__func__, logic_id, KOPA_OP_del_route_table, route, sizeof(*route), &reply,
+                         size_of(reply));
 }
 
 int kopa_set_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t udp_port)
@@ -162,8 +165,7 @@ int kopa_set_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t udp_port)
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kKopaEinval;
     kopa_roce_port_record rec{static_cast<uint16_t>(port_id), udp_port};
-    return kopa_exchange(__func__, logic_id, KOPA_OP_set_roce_port, &rec, size_of(rec), nullptr,
-                         0);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_set_roce_port, &rec, size_of(rec), nullptr, 0);
 }
 
 int kopa_get_roce_port(uint32_t logic_id, uint32_t /*port_id*/)
@@ -171,8 +173,8 @@ int kopa_get_roce_port(uint32_t logic_id, uint32_t /*port_id*/)
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kKopaEinval;
     kopa_roce_port_record rec{};
-    int ret = kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_port, nullptr, 0, &rec,
-                            size_of(rec));
+    int ret =
+        kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_port, nullptr, 0, &rec, size_of(rec));
     if (ret == 0) {
         uint32_t udp_port = rec.udp_port;
         printf("udp_port:%d\n", static_cast<int>(udp_port));

@@ -42,8 +42,7 @@ int kopa_set_tls_enable(uint32_t logic_id, uint32_t value)
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kKopaEinval;
     kopa_port_value_record rec{0, value};
-    return kopa_exchange(__func__, logic_id, KOPA_OP_set_tls_enable, &rec, sizeof(rec), nullptr,
-                         0);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_set_tls_enable, &rec, sizeof(rec), nullptr, 0);
 }
 
 int kopa_set_tls_alarm(uint32_t logic_id, uint32_t days)
@@ -51,6 +50,5 @@ int kopa_set_tls_alarm(uint32_t logic_id, uint32_t days)
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kKopaEinval;
     kopa_port_value_record rec{0, days};
-    return kopa_exchange(__func__, logic_id, KOPA_OP_set_tls_alarm, &rec, sizeof(rec), nullptr,
-                         0);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_set_tls_alarm, &rec, sizeof(rec), nullptr, 0);
 }

@@ -13,10 +13,12 @@
 
 #include "tests/support/tool_sandbox.hpp"
 
-namespace {
+namespace
+{
 
-class StoreTest : public ::testing::Test {
-protected:
+class StoreTest : public ::testing::Test
+{
+  protected:
     void SetUp() override
     {
         char tmpl[] = "/tmp/vorn-store-XXXXXX";
@@ -83,7 +85,7 @@ TEST_F(StoreTest, DeleteRemovesEveryLineContainingKey)
 TEST_F(StoreTest, FullFileRefusedAndLeftUnchanged)
 {
     // The limit counts the terminating zero: content may reach kCfgFileMax - 1 bytes.
-    const std::string line = "k_1=v\n";  // the line the write adds
+    const std::string line = "k_1=v\n"; // the line the write adds
     std::string filler(kCfgFileMax - 1 - line.size() - 1, 'f');
     const std::string fits = filler + "\n";
     put(fits);
@@ -173,4 +175,4 @@ TEST_F(StoreTest, ConcurrentWritersLoseNoKey)
     EXPECT_EQ(seen.size(), static_cast<size_t>(kProcs * kKeys));
 }
 
-}  // namespace
+} // namespace

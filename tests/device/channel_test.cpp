@@ -9,10 +9,12 @@
 #include "device/ops.hpp"
 #include "tests/device/fake_firmware.hpp"
 
-namespace {
+namespace
+{
 
-class ChannelTest : public ::testing::Test {
-protected:
+class ChannelTest : public ::testing::Test
+{
+  protected:
     void SetUp() override { fake_firmware().reset(); }
     FakeFirmware &fw() { return fake_firmware(); }
 
@@ -24,8 +26,10 @@ protected:
             in_[i] = static_cast<uint8_t>(i * 7 + i / 2000);
         out_.assign(cap + kGuard, 0xEE);
         size_word_ = cap;
-        para_ = {0x55, in_len ? in_.data() : nullptr, in_len, cap ? out_.data() : nullptr,
-                 &size_word_, -1, 77};
+        para_ = {0x55,        in_len ? in_.data() : nullptr,
+                 in_len,      cap ? out_.data() : nullptr,
+                 &size_word_, -1,
+                 77};
         return kopa_network_transmission_channel(logic_id, &para_);
     }
 
@@ -52,7 +56,8 @@ TEST_F(ChannelTest, TlsSizedRequestTravelsAsThirtyPackets)
     uint32_t offset = 0;
     for (size_t i = 0; i < 30; ++i) {
         const ds_req &r = fw().requests[i];
-        uint32_t want_frag = i == 0 ? KOPA_FRAG_FIRST : (i == 29 ? KOPA_FRAG_LAST : KOPA_FRAG_MIDDLE);
+        uint32_t want_frag =
+            i == 0 ? KOPA_FRAG_FIRST : (i == 29 ? KOPA_FRAG_LAST : KOPA_FRAG_MIDDLE);
         uint32_t want_copy = i == 29 ? 40u : 2000u;
         EXPECT_EQ(r.frag, want_frag) << "packet " << i;
         EXPECT_EQ(r.copy_size, want_copy) << "packet " << i;
@@ -72,7 +77,7 @@ TEST_F(ChannelTest, PacketBoundaryAtTwoThousandBytes)
 {
     struct Case {
         uint32_t len;
-        std::vector<std::pair<uint32_t, uint32_t>> packets;  // frag, copy_size
+        std::vector<std::pair<uint32_t, uint32_t>> packets; // frag, copy_size
     };
     const Case cases[] = {
         {1, {{0, 1}}},
@@ -97,8 +102,10 @@ TEST_F(ChannelTest, RejectsReplyFragInconsistentWithCapacity)
         uint32_t cap;
         uint32_t frag;
     };
-    const Case cases[] = {{4000, KOPA_FRAG_FIRST}, {2000, KOPA_FRAG_MIDDLE},
-                          {100, KOPA_FRAG_LAST},   {100, KOPA_FRAG_FIRST}};
+    const Case cases[] = {{4000, KOPA_FRAG_FIRST},
+                          {2000, KOPA_FRAG_MIDDLE},
+                          {100, KOPA_FRAG_LAST},
+                          {100, KOPA_FRAG_FIRST}};
     for (const Case &c : cases) {
         fw().reset();
         script({fake_piece(0, c.frag, 10, 0xAB)});
@@ -128,12 +135,10 @@ TEST_F(ChannelTest, RejectsBadArgumentsBeforeSending)
     uint8_t buf[4];
     uint32_t zero = 0, four = 4;
     const network_channel_para bad[] = {
-        {1, nullptr, 4, buf, &four, -1, 0},  // payload length without payload
-        {1, buf, 0, buf, &four, -1, 0},      // payload without length
-        {1, nullptr, 0, nullptr, nullptr, -1, 0},
-        {1, nullptr, 0, nullptr, &four, -1, 0},
-        {1, nullptr, 0, buf, nullptr, -1, 0},
-        {1, nullptr, 0, buf, &zero, -1, 0},
+        {1, nullptr, 4, buf, &four, -1, 0}, // payload length without payload
+        {1, buf, 0, buf, &four, -1, 0},     // payload without length
+        {1, nullptr, 0, nullptr, nullptr, -1, 0}, {1, nullptr, 0, nullptr, &four, -1, 0},
+        {1, nullptr, 0, buf, nullptr, -1, 0},     {1, nullptr, 0, buf, &zero, -1, 0},
     };
     for (network_channel_para p : bad)
         EXPECT_EQ(kopa_network_transmission_channel(0, &p), -22);
@@ -155,7 +160,7 @@ TEST_F(ChannelTest, ReassemblesMultiPieceReplyWithinCapacity)
     ASSERT_EQ(send(12, 5000), 0);
     ASSERT_EQ(fw().requests.size(), 3u);
     EXPECT_EQ(fw().requests[1].direction, KOPA_DIR_FETCH);
-    EXPECT_EQ(fw().requests[1].frag, 2u);  // acknowledges the piece received
+    EXPECT_EQ(fw().requests[1].frag, 2u); // acknowledges the piece received
     EXPECT_EQ(fw().requests[2].frag, 2u);
     EXPECT_EQ(out_[0], 'a');
     EXPECT_EQ(out_[2000], 'b');
@@ -186,7 +191,10 @@ TEST_F(ChannelTest, LibraryFailureIsInvalidArgument)
 {
     fw().answer = [](const ds_req &, ds_rsp &, unsigned &) { return -19; };
     EXPECT_EQ(send(10, 0), -22);
-    fw().answer = [](const ds_req &, ds_rsp &, unsigned &len) { len = 100; return 0; };
+    fw().answer = [](const ds_req &, ds_rsp &, unsigned &len) {
+        len = 100;
+        return 0;
+    };
     EXPECT_EQ(send(10, 0), -22);
     EXPECT_TRUE(fw().logged("kopa get network info failed ret"));
 }
@@ -201,4 +209,4 @@ TEST_F(ChannelTest, PermissionRefusalIsPrintedAndReturned)
               "permission denied: pls check this cmd run permission.\n");
 }
 
-}  // namespace
+} // namespace

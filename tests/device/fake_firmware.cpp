@@ -53,11 +53,26 @@ extern "C" int kopa_cmd_get_network_device_info(unsigned int /*logic_id*/, void 
     return fake.answer ? fake.answer(copy, *out, *rsp_len) : 0;
 }
 
-extern "C" unsigned int kelvar_get_bare_tgid(void) { return kFakeTgid; }
-extern "C" int kelvar_log_get_level(void) { return 7; }
-extern "C" const char *kelvar_log_get_level_str(int) { return "[ERROR]"; }
-extern "C" const char *kelvar_log_get_time_str(void) { return "[time]"; }
-extern "C" const char *kelvar_log_get_module_str(int) { return "DEVMNG"; }
+extern "C" unsigned int kelvar_get_bare_tgid(void)
+{
+    return kFakeTgid;
+}
+extern "C" int kelvar_log_get_level(void)
+{
+    return 7;
+}
+extern "C" const char *kelvar_log_get_level_str(int)
+{
+    return "[ERROR]";
+}
+extern "C" const char *kelvar_log_get_time_str(void)
+{
+    return "[time]";
+}
+extern "C" const char *kelvar_log_get_module_str(int)
+{
+    return "DEVMNG";
+}
 
 extern "C" void kelvar_log_print(int, int, const char *fmt, ...)
 {

@@ -12,8 +12,8 @@ struct FakeFirmware {
     /// Answers one request: fills `rsp` (zeroed beforehand) and may change `rsp_len`; the
     /// return value is the library's. The default answers result 0, frag 0, no data.
     std::function<int(const ds_req &req, ds_rsp &rsp, unsigned int &rsp_len)> answer;
-    std::vector<ds_req> requests;      ///< every request, in order
-    std::vector<std::string> log;      ///< every driver-log line
+    std::vector<ds_req> requests; ///< every request, in order
+    std::vector<std::string> log; ///< every driver-log line
 
     /// Resets script, requests and log.
     void reset();

@@ -11,7 +11,8 @@
 #include "device/ops.hpp"
 #include "tests/device/fake_firmware.hpp"
 
-namespace {
+namespace
+{
 
 struct Wire {
     uint32_t opcode, size_in, size_out;
@@ -28,17 +29,22 @@ const std::map<std::string, Wire> &catalogue()
     return table;
 }
 
-constexpr uint32_t kLen = 64;  // every caller-given length in the table below
+constexpr uint32_t kLen = 64; // every caller-given length in the table below
 alignas(8) uint8_t g_buf[TLS_CFG_SIZE];
 
-template <typename T>
-T *as() { return reinterpret_cast<T *>(g_buf); }
-void *b() { return g_buf; }
+template <typename T> T *as()
+{
+    return reinterpret_cast<T *>(g_buf);
+}
+void *b()
+{
+    return g_buf;
+}
 
 struct Call {
     const char *name;
     std::function<int(uint32_t)> run;
-    uint32_t caller_out = kLen;  // expected size_out where the catalogue says caller-given
+    uint32_t caller_out = kLen; // expected size_out where the catalogue says caller-given
 };
 
 // clang-format off
@@ -120,8 +126,9 @@ const Call kCalls[] = {
 };
 // clang-format on
 
-class OpsTest : public ::testing::Test {
-protected:
+class OpsTest : public ::testing::Test
+{
+  protected:
     void SetUp() override { fake_firmware().reset(); }
     FakeFirmware &fw() { return fake_firmware(); }
 };
@@ -143,7 +150,8 @@ TEST_F(OpsTest, EveryOperationSendsItsOpcodeAndSizes)
         EXPECT_EQ(req.logic_id, 5u);
         EXPECT_EQ(req.opcode, want.opcode);
         EXPECT_EQ(req.size_in, want.size_in == KOPA_SIZE_CALLER ? kLen : want.size_in);
-        EXPECT_EQ(req.size_out, want.size_out == KOPA_SIZE_CALLER ? call.caller_out : want.size_out);
+        EXPECT_EQ(req.size_out,
+                  want.size_out == KOPA_SIZE_CALLER ? call.caller_out : want.size_out);
         const bool pid_read = it->first == "get_route_table" || it->first == "get_netdev_status";
         EXPECT_EQ(req.client_pid, pid_read ? static_cast<uint32_t>(getpid()) : 0u);
     }
@@ -183,7 +191,7 @@ TEST_F(OpsTest, PortReadsPrintTheirAnswer)
             memcpy(rsp.info, &rec, sizeof(rec));
             rsp.data_len = sizeof(rec);
         } else {
-            rsp.data_len = 2000;  // a full, unterminated text
+            rsp.data_len = 2000; // a full, unterminated text
             memset(rsp.info, 'n', 2000);
         }
         return 0;
@@ -196,4 +204,4 @@ TEST_F(OpsTest, PortReadsPrintTheirAnswer)
               "mtu:9000\nudp_port:4791\n" + std::string(2000, 'n') + "\n");
 }
 
-}  // namespace
+} // namespace
