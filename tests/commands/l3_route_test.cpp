@@ -1,0 +1,134 @@
+// End-to-end tests of -route: add, list, delete and clear, the saved lines and their walk.
+#include <thread>
+
+#include "tests/commands/l3_fixture.hpp"
+
+namespace l3 {
+namespace {
+
+class RouteCmdTest : public L3Test {
+protected:
+    ProcResult add(int dev, const std::string &a, const std::string &m, const std::string &g) const
+    {
+        return run(dev, {"-route", "-a", "address", a, "netmask", m, "gateway", g});
+    }
+    ProcResult del(int dev, const std::string &a, const std::string &m) const
+    {
+        return run(dev, {"-route", "-d", "address", a, "netmask", m});
+    }
+};
+
+TEST_F(RouteCmdTest, AddListAndDeleteKeepFirmwareAndFileInStep)
+{
+    ASSERT_EQ(add(1, "20.0.0.0", "255.0.0.0", "10.0.0.1").status, 0);
+    ASSERT_EQ(add(1, "30.1.0.0", "255.255.0.0", "10.0.0.2").status, 0);
+    EXPECT_EQ(sb_.conf(), "route_address_20.0.0.0_netmask_255.0.0.0_1=gateway_10.0.0.1\n"
+                          "route_address_30.1.0.0_netmask_255.255.0.0_1=gateway_10.0.0.2\n");
+    EXPECT_EQ(device(1, "routes"), "20.0.0.0 255.0.0.0 10.0.0.1\n30.1.0.0 255.255.0.0 10.0.0.2");
+    EXPECT_EQ(config_lines("start to add route of logic_id\\[1\\]"), 2);
+
+    ProcResult r = run(1, {"-route", "-g"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Routing table:\nDestination     Netmask         Gateway\n"
+                     "20.0.0.0        255.0.0.0       10.0.0.1\n"
+                     "30.1.0.0        255.255.0.0     10.0.0.2\n");
+
+    r = del(1, "20.0.0.0", "255.0.0.0");
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(sb_.conf(), "route_address_30.1.0.0_netmask_255.255.0.0_1=gateway_10.0.0.2\n");
+    EXPECT_EQ(device(1, "routes"), "30.1.0.0 255.255.0.0 10.0.0.2");
+    EXPECT_EQ(config_lines("start to delete route of logic_id\\[1\\]"), 1);
+}
+
+TEST_F(RouteCmdTest, ReAddingASavedRouteNeedsTheSameGateway)
+{
+    ASSERT_EQ(add(0, "20.0.0.0", "255.0.0.0", "10.0.0.1").status, 0);
+    const std::string conf = sb_.conf();
+    ProcResult r = add(0, "20.0.0.0", "255.0.0.0", "10.0.0.1");
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "Route already exist in routing table!\n");
+    EXPECT_EQ(sb_.conf(), conf);
+
+    r = add(0, "20.0.0.0", "255.0.0.0", "10.0.0.9");
+    EXPECT_EQ(r.status, 7);
+    EXPECT_EQ(r.out, "Route already exist in routing table!\n");
+    EXPECT_EQ(r.err, "Failed to check the route table in the config file.\n");
+    EXPECT_EQ(sb_.conf(), conf);
+    EXPECT_EQ(device(0, "routes"), "20.0.0.0 255.0.0.0 10.0.0.1");
+}
+
+TEST_F(RouteCmdTest, DefaultRouteAndHostLinkSegmentAreRefused)
+{
+    ProcResult r = add(0, "0.0.0.0", "0.0.0.0", "10.0.0.1");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out, "Can not add default route! Please use vorn_tool gateway cfg cmd!\n");
+    EXPECT_EQ(r.err, "Get invalid parameters!\n" + usage("-route", kHelpRoute));
+
+    r = add(0, "192.168.1.0", "255.255.255.0", "10.0.0.1");
+    EXPECT_EQ(r.status, 8);
+    EXPECT_EQ(r.out, "Route address segment is conflict with vnip ip!\n");
+    EXPECT_EQ(r.err, "Failed to check the route table in the config file.\n"
+                     "The ip address configured is conflicted!\n");
+    EXPECT_EQ(sb_.conf(), "");
+    EXPECT_EQ(device(0, "routes"), "");
+}
+
+TEST_F(RouteCmdTest, ClearEmptiesOnlyThisDevicesSavedLines)
+{
+    ASSERT_EQ(add(0, "20.0.0.0", "255.0.0.0", "10.0.0.1").status, 0);
+    ASSERT_EQ(add(0, "21.0.0.0", "255.0.0.0", "10.0.0.1").status, 0);
+    ASSERT_EQ(add(2, "20.0.0.0", "255.0.0.0", "10.0.0.1").status, 0);
+    sb_.set_conf("# route_address_1.0.0.0_netmask_255.0.0.0_0=gateway_1.1.1.1\nx\n" + sb_.conf() +
+                 "mtu_0=1500\n");
+    ok(0, {"-route", "-c"});
+    EXPECT_EQ(sb_.conf(), "# route_address_1.0.0.0_netmask_255.0.0.0_0=gateway_1.1.1.1\nx\n"
+                          "route_address_20.0.0.0_netmask_255.0.0.0_2=gateway_10.0.0.1\n"
+                          "mtu_0=1500\n");
+    EXPECT_EQ(config_lines("start to clear route of logic_id\\[0\\]"), 1);
+    // The firmware keeps its routes, but the tool only deletes saved ones.
+    EXPECT_EQ(device(0, "routes"), "20.0.0.0 255.0.0.0 10.0.0.1\n21.0.0.0 255.0.0.0 10.0.0.1");
+    ProcResult r = del(0, "20.0.0.0", "255.0.0.0");
+    EXPECT_EQ(r.status, 7);
+    EXPECT_EQ(r.err, "Route not exist in routing table, can not delete!\n");
+    EXPECT_EQ(device(0, "routes"), "20.0.0.0 255.0.0.0 10.0.0.1\n21.0.0.0 255.0.0.0 10.0.0.1");
+}
+
+TEST_F(RouteCmdTest, MalformedSavedRouteStopsTheWalk)
+{
+    const std::string conf = "route_address_20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n"
+                             "route_address_21.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n"
+                             "route_address_22.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n";
+    sb_.set_conf(conf);
+    ProcResult r = run(0, {"-route", "-c"});
+    EXPECT_EQ(r.status, 244); // -ENOMEM
+    EXPECT_EQ(r.err, "Clear route table in config file failed.\nCmd execute failed!\n");
+    // The lines before the bad one were cleared, the rest kept.
+    EXPECT_EQ(sb_.conf(), conf.substr(conf.find('\n') + 1));
+}
+
+TEST_F(RouteCmdTest, ConcurrentAddsOnTwoDevicesLoseNoSavedLine)
+{
+    constexpr int kRoutes = 6;
+    auto adder = [this](int dev) {
+        for (int i = 0; i < kRoutes; ++i) {
+            ProcResult r = add(dev, "20." + std::to_string(i) + ".0.0", "255.255.0.0", "10.0.0.1");
+            EXPECT_EQ(r.status, 0) << r.err;
+        }
+    };
+    std::thread a(adder, 0);
+    std::thread b(adder, 1);
+    a.join();
+    b.join();
+    const std::string conf = sb_.conf();
+    for (int dev = 0; dev < 2; ++dev)
+        for (int i = 0; i < kRoutes; ++i) {
+            std::string line = "route_address_20." + std::to_string(i) +
+                               ".0.0_netmask_255.255.0.0_" + std::to_string(dev) +
+                               "=gateway_10.0.0.1\n";
+            EXPECT_NE(conf.find(line), std::string::npos) << line;
+        }
+    EXPECT_EQ(std::count(conf.begin(), conf.end(), '\n'), 2 * kRoutes);
+}
+
+} // namespace
+} // namespace l3
