@@ -215,15 +215,10 @@ struct FreeDeleter {
 }
 
 // Only saved routes can be deleted with the tool.
-[[nodiscard]] int32_t tool_del_route_table(char **argv, const cmd_parse_info *info)
+[[nodiscard]] int32_t tool_del_route(const cmd_parse_info *info, const RouteText &text)
 {
-    RUN_LOG_CONFIG("start to delete route of logic_id[%u]\n", info->logic_id);
-    RouteText text;
-    int32_t ret = tool_get_route_para(argv, 2, &text);
-    if (ret != kOk)
-        return ret;
     char key[kCfgLineSize];
-    ret = route_conf_key(text, key, sizeof(key));
+    int32_t ret = route_conf_key(text, key, sizeof(key));
     if (ret != kOk)
         return ret;
     char value[kCfgLineSize] = {};
@@ -254,6 +249,14 @@ struct FreeDeleter {
         return ret;
     }
     return kOk;
+}
+
+[[nodiscard]] int32_t tool_del_route_table(char **argv, const cmd_parse_info *info)
+{
+    RUN_LOG_CONFIG("start to delete route of logic_id[%u]\n", info->logic_id);
+    RouteText text;
+    int32_t ret = tool_get_route_para(argv, 2, &text);
+    return ret != kOk ? ret : tool_del_route(info, text);
 }
 
 [[nodiscard]] int32_t tool_check_argc_clear_route(int argc)
