@@ -14,7 +14,8 @@
 #include "main/checkers.hpp"
 #include "main/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kIpTextSize = 20;
 constexpr uint32_t kGroupSize = 4;

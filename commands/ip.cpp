@@ -18,7 +18,8 @@
 #include "main/checkers.hpp"
 #include "main/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kIpTextSize = 20;
 constexpr uint32_t kGroupSize = 4;
@@ -88,8 +89,7 @@ struct IpText {
                                           const char *netmask)
 {
     uint32_t addr = 0;
-    if (tool_inet_pton_ipv4_address(address, &addr) != kOk || addr == 0 ||
-        addr == 0xFFFFFFFFu) {
+    if (tool_inet_pton_ipv4_address(address, &addr) != kOk || addr == 0 || addr == 0xFFFFFFFFu) {
         fprintf(stderr, "The IP address is invalid!\n");
         RUN_LOG_PROMPT("Tool set device ipaddr is invalid.\n");
         return kErrReported;
@@ -110,8 +110,7 @@ struct IpText {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_write_ip_conf(uint32_t phy_id, const char *address,
-                                         const char *netmask)
+[[nodiscard]] int32_t tool_write_ip_conf(uint32_t phy_id, const char *address, const char *netmask)
 {
     int ret = cfg_write_conf(phy_id, "address", address);
     if (ret != 0) {
@@ -128,8 +127,8 @@ struct IpText {
 
 // Routes whose gateway leaves the new segment are dropped before the address is validated or
 // sent, so a set that fails later has still pruned them.
-[[nodiscard]] int32_t tool_check_route_net_segment(const cmd_parse_info *info,
-                                                   const char *address, const char *netmask)
+[[nodiscard]] int32_t tool_check_route_net_segment(const cmd_parse_info *info, const char *address,
+                                                   const char *netmask)
 {
     in_addr addr{};
     in_addr mask{};

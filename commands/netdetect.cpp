@@ -13,7 +13,8 @@
 #include "main/checkers.hpp"
 #include "main/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kIpTextSize = 20;
 
@@ -35,8 +36,7 @@ constexpr uint32_t kIpTextSize = 20;
     }
     int kret = kopa_set_net_detect_ip_address(logic_id, address);
     if (kret != 0) {
-        DRV_ERR("kopa set net detect fail! ret[%d] logic_id[%u] ip[0x%x]", kret, logic_id,
-                address);
+        DRV_ERR("kopa set net detect fail! ret[%d] logic_id[%u] ip[0x%x]", kret, logic_id, address);
         return kopa_err_to_vorn_err(kret);
     }
     return kOk;

@@ -21,7 +21,8 @@
 #include "main/checkers.hpp"
 #include "main/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kIpTextSize = 20;
 constexpr uint32_t kRouteTableSize = 386000;
@@ -40,8 +41,9 @@ struct SavedRoute {
 };
 
 /// The configuration stream of one walk; closing it also releases its lock.
-class ConfStream {
-public:
+class ConfStream
+{
+  public:
     explicit ConfStream(FILE *f) : f_(f) {}
     ~ConfStream()
     {
@@ -52,7 +54,7 @@ public:
     ConfStream &operator=(const ConfStream &) = delete;
     FILE *get() const { return f_; }
 
-private:
+  private:
     FILE *f_;
 };
 

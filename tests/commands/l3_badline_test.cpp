@@ -2,19 +2,22 @@
 // and text and leaves both the devices and the saved file as they were.
 #include "tests/commands/l3_fixture.hpp"
 
-namespace l3 {
-namespace {
+namespace l3
+{
+namespace
+{
 
-class BadLineTest : public L3Test {
-protected:
+class BadLineTest : public L3Test
+{
+  protected:
     void SetUp() override
     {
         set_ip(0, "10.0.0.2", "255.255.255.0");
         set_ip(1, "10.0.0.3", "255.255.255.0");
         ok(0, {"-gateway", "-s", "gateway", "10.0.0.1"});
         ok(0, {"-netdetect", "-s", "address", "10.0.0.100"});
-        ok(0, {"-route", "-a", "address", "20.0.0.0", "netmask", "255.0.0.0", "gateway",
-               "10.0.0.1"});
+        ok(0,
+           {"-route", "-a", "address", "20.0.0.0", "netmask", "255.0.0.0", "gateway", "10.0.0.1"});
     }
 };
 
@@ -38,37 +41,48 @@ TEST_F(BadLineTest, RefusedWithoutChangingDeviceOrFile)
         {{"-ip", "-x"}, 3, "Get unknown option.\n" + kIpUsage},
         {{"-ip", "-g", "x"}, 5, kCount + kIpUsage},
         {{"-ip", "-s", "address", "10.0.0.5", "netmask"}, 5, kCount + kIpUsage},
-        {{"-ip", "-s", "addr", "10.0.0.5", "netmask", "255.255.255.0"}, 3,
+        {{"-ip", "-s", "addr", "10.0.0.5", "netmask", "255.255.255.0"},
+         3,
          "Get unknown cmd, do you mean address or netmask\n" + kIpUsage},
-        {{"-ip", "-s", "address", "10.0.0.5", "address", "10.0.0.6"}, 7,
+        {{"-ip", "-s", "address", "10.0.0.5", "address", "10.0.0.6"},
+         7,
          "The netmask is invalid!\n"},
         {{"-ip", "-s", "address", "1.2.3.4.5", "netmask", "255.255.255.0"}, 7, kBadAddr},
-        {{"-ip", "-s", "address", "10.0.0.5", "netmask", "255.255.255.256"}, 7,
+        {{"-ip", "-s", "address", "10.0.0.5", "netmask", "255.255.255.256"},
+         7,
          "The netmask is invalid!\n"},
-        {{"-ip", "-s", "address", "10.0.0.3", "netmask", "255.255.255.0"}, 8,
+        {{"-ip", "-s", "address", "10.0.0.3", "netmask", "255.255.255.0"},
+         8,
          "The ip address configured is conflicted!\n"},
-        {{"-ip", "-s", "address", "10.000.000.000000002", "netmask", "255.255.255.0"}, 1,
+        {{"-ip", "-s", "address", "10.000.000.000000002", "netmask", "255.255.255.0"},
+         1,
          "Cmd execute failed!\n"},
         {{"-gateway"}, 5, kCount + kGwUsage},
         {{"-gateway", "-s", "gateway"}, 5, kCount + kGwUsage},
-        {{"-gateway", "-s", "gw", "10.0.0.9"}, 3,
+        {{"-gateway", "-s", "gw", "10.0.0.9"},
+         3,
          "Get unknown cmd, do you mean gateway\n" + kGwUsage},
-        {{"-gateway", "-s", "gateway", "10.0.1.9"}, 9,
+        {{"-gateway", "-s", "gateway", "10.0.1.9"},
+         9,
          "The segment of configured gateway doesn't match that of the configured ip adress!\n"},
         {{"-gateway", "-s", "gateway", "10.0.0.x"}, 7, kBadAddr},
         {{"-netdetect", "-g", "x"}, 5, kCount + kNdUsage},
-        {{"-netdetect", "-s", "addr", "10.0.0.9"}, 3,
+        {{"-netdetect", "-s", "addr", "10.0.0.9"},
+         3,
          "Get unknown cmd, do you mean address.\n" + kNdUsage},
         {{"-netdetect", "-s", "address", "10.0.0"}, 7, kBadAddr},
         {{"-route"}, 5, kCount + kRtUsage},
         {{"-route", "-x"}, 3, "Get unknown option!\n" + kRtUsage},
         {{"-route", "-c", "x"}, 5, kCount + kRtUsage},
         {{"-route", "-a", "address", "21.0.0.0", "netmask", "255.0.0.0"}, 5, kCount + kRtUsage},
-        {{"-route", "-a", "address", "21.0.0.0", "netmask", "255.0.0.0", "gw", "10.0.0.1"}, 1,
+        {{"-route", "-a", "address", "21.0.0.0", "netmask", "255.0.0.0", "gw", "10.0.0.1"},
+         1,
          "Get unknown cmd, do you mean gateway\nGet invalid parameters!\n" + kRtUsage},
         {{"-route", "-a", "address", "21.0.0.0", "netmask", "255.0.0.256", "gateway", "10.0.0.1"},
-         7, "The netmask is invalid!\n"},
-        {{"-route", "-d", "address", "21.0.0.0", "netmask", "255.0.0.0"}, 7,
+         7,
+         "The netmask is invalid!\n"},
+        {{"-route", "-d", "address", "21.0.0.0", "netmask", "255.0.0.0"},
+         7,
          "Route not exist in routing table, can not delete!\n"},
     };
     const std::string conf = sb_.conf();

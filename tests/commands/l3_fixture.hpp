@@ -11,7 +11,8 @@
 
 #include "tests/support/tool_sandbox.hpp"
 
-namespace l3 {
+namespace l3
+{
 
 inline const char *kHelpIp = "   [-s]        : set ip cfg \n       address %s : set ip address, "
                              "such as x.x.x.x\n       netmask %s : set netmask, such as "
@@ -35,8 +36,9 @@ inline std::string usage(const std::string &cmd, const char *help)
     return "[ vorn_tool -i dev_id " + cmd + " ] needs the following parameters:\n" + help + "\n";
 }
 
-class L3Test : public ::testing::Test {
-protected:
+class L3Test : public ::testing::Test
+{
+  protected:
     ToolSandbox sb_{{"--devices", "8"}};
 
     /// Runs vorn_tool -i <dev> followed by `args`.
@@ -72,7 +74,8 @@ protected:
         const std::regex rec("dev (\\d+) op 0x([0-9a-fA-F]+)");
         for (auto it = std::sregex_iterator(text.begin(), text.end(), rec);
              it != std::sregex_iterator(); ++it)
-            ops.push_back((*it)[1].str() + ":" + std::to_string(std::stoul((*it)[2].str(), nullptr, 16)));
+            ops.push_back((*it)[1].str() + ":" +
+                          std::to_string(std::stoul((*it)[2].str(), nullptr, 16)));
         return ops;
     }
     void journal_restart() const
@@ -83,9 +86,10 @@ protected:
     /// Number of stamped, attributed run-log CONFIG lines that carry `text` (a regex).
     int config_lines(const std::string &text) const
     {
-        const std::regex line("CONFIG MAJOR [^ ]*\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} "
-                              "[^ ]+ [^ :]+:\\d+ >>> " +
-                              text + "\n");
+        const std::regex line(
+            "CONFIG MAJOR [^ ]*\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} "
+            "[^ ]+ [^ :]+:\\d+ >>> " +
+            text + "\n");
         std::string log = sb_.run_log();
         return static_cast<int>(std::distance(std::sregex_iterator(log.begin(), log.end(), line),
                                               std::sregex_iterator()));

@@ -4,11 +4,14 @@
 
 #include "tests/commands/l3_fixture.hpp"
 
-namespace l3 {
-namespace {
+namespace l3
+{
+namespace
+{
 
-class GatewayCmdTest : public L3Test {
-protected:
+class GatewayCmdTest : public L3Test
+{
+  protected:
     void SetUp() override
     {
         set_ip(0, "10.0.0.2", "255.255.255.0");

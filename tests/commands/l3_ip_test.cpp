@@ -2,10 +2,14 @@
 // routes after an address change, and the read-back.
 #include "tests/commands/l3_fixture.hpp"
 
-namespace l3 {
-namespace {
+namespace l3
+{
+namespace
+{
 
-class IpCmdTest : public L3Test {};
+class IpCmdTest : public L3Test
+{
+};
 
 TEST_F(IpCmdTest, SetAcceptsKeysInEitherOrderAndSavesTheTypedText)
 {
@@ -60,9 +64,27 @@ TEST_F(IpCmdTest, ConflictsAreCheckedWithinTheGroupOfFourOnly)
     set_ip(4, "10.0.0.9", "255.255.255.0");
     set_ip(1, "10.0.0.9", "255.255.255.0"); // its own RoCE address
     // Host-link addresses count on every device of the group, the device's own included.
-    EXPECT_EQ(run(0, {"-ip", "-s", "address", "192.168.1.199", "netmask", "255.255.0.0"}).status, 8);
-    EXPECT_EQ(run(0, {"-ip", "-s", "address", "192.168.1.200", "netmask", "255.255.0.0"}).status, 8);
+    EXPECT_EQ(run(0, {"-ip", "-s", "address", "192.168.1.199", "netmask", "255.255.0.0"}).status,
+              8);
+    EXPECT_EQ(run(0, {"-ip", "-s", "address", "192.168.1.200", "netmask", "255.255.0.0"}).status,
+              8);
     set_ip(0, "192.168.1.204", "255.255.0.0"); // host link of device 5, other group
+}
+
+TEST_F(IpCmdTest, PcieCardExaminesOnlyItsOwnHostLinkAndUnknownBoardSkipsTheRule)
+{
+    ToolSandbox pcie({"--devices", "2", "--pcie"});
+    auto set = [&pcie](const char *dev, const char *address, const char *netmask) {
+        return pcie.tool({"-i", dev, "-ip", "-s", "address", address, "netmask", netmask}).status;
+    };
+    EXPECT_EQ(set("1", "10.0.0.9", "255.255.255.0"), 0);
+    EXPECT_EQ(set("0", "10.0.0.9", "255.255.255.0"), 0);
+    EXPECT_EQ(set("0", "192.168.1.199", "255.255.0.0"), 8);
+    EXPECT_EQ(set("0", "192.168.1.200", "255.255.0.0"), 0);
+
+    // Without the board id nothing is examined, the reserved segment included.
+    ASSERT_EQ(sb_.emu({"fault", "add", "--func", "kopa_get_board_id", "--result", "-5"}).status, 0);
+    set_ip(0, "192.168.1.5", "255.255.255.0");
 }
 
 TEST_F(IpCmdTest, AddressChangeDropsGatewayAndRoutesOutsideTheNewSegment)
@@ -98,8 +120,7 @@ TEST_F(IpCmdTest, RoutesArePrunedEvenWhenTheAddressIsThenRefused)
 {
     const std::string conf = "route_address_20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n";
     sb_.set_conf(conf);
-    ProcResult r =
-        run(0, {"-ip", "-s", "address", "255.255.255.255", "netmask", "255.255.255.0"});
+    ProcResult r = run(0, {"-ip", "-s", "address", "255.255.255.255", "netmask", "255.255.255.0"});
     EXPECT_EQ(r.status, 7);
     EXPECT_EQ(r.err, "The IP address is invalid!\n");
     EXPECT_EQ(sb_.conf(), "");

@@ -5,13 +5,16 @@
 #include "commands/replay.hpp"
 #include "tests/commands/l3_fixture.hpp"
 
-namespace l3 {
-namespace {
+namespace l3
+{
+namespace
+{
 
 // The store resolves its file once per process, so every test here shares one sandbox and
 // starts from a fresh host and an empty file.
-class L3ReplayTest : public ::testing::Test {
-protected:
+class L3ReplayTest : public ::testing::Test
+{
+  protected:
     static inline ToolSandbox *shared_ = nullptr;
     const ToolSandbox &sb_ = *shared_;
     cmd_parse_info info_{};

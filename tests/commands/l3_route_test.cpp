@@ -3,11 +3,14 @@
 
 #include "tests/commands/l3_fixture.hpp"
 
-namespace l3 {
-namespace {
+namespace l3
+{
+namespace
+{
 
-class RouteCmdTest : public L3Test {
-protected:
+class RouteCmdTest : public L3Test
+{
+  protected:
     ProcResult add(int dev, const std::string &a, const std::string &m, const std::string &g) const
     {
         return run(dev, {"-route", "-a", "address", a, "netmask", m, "gateway", g});
