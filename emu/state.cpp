@@ -390,7 +390,8 @@ int clear_journal(const std::string &dir)
 
 std::vector<JournalRecord> read_journal(const std::string &dir)
 {
-    Session session(dir);
+    // No lock: records are appended whole by one write each, and a reader inside a Session of
+    // its own must not wait for itself.
     std::string bytes = read_text(state_path(dir, "journal.bin"));
     std::vector<JournalRecord> records(bytes.size() / sizeof(JournalRecord));
     if (!records.empty()) memcpy(records.data(), bytes.data(), records.size() * sizeof(JournalRecord));

@@ -137,7 +137,8 @@ struct JournalRecord {
 };
 
 /// An exclusive hold on the state directory, with the files loaded on demand and written back
-/// (only those changed) by commit() or the destructor.
+/// (only those changed) by commit() or the destructor. One at a time per process: a second
+/// Session of the same process waits for the first like any other process would.
 class Session {
 public:
     /// Locks `dir`; a directory that does not exist or holds no host table is uninitialised.
