@@ -174,7 +174,7 @@ DeviceState default_device(uint32_t logic_id)
     d.tls_alarm_days = kDefaultAlarmDays;
     snprintf(d.lldp, sizeof d.lldp,
              "Chassis ID TLV\n\tMAC: 00:e0:fc:5a:00:%02x\nPort ID TLV\n\tIfname: 200GE1/0/%u\n"
-             "Time to Live TLV\n\t121\nSystem Name TLV\n\tleaf-switch-01\n",
+             "Time to Live TLV\n\t121\nSystem Name TLV\n\tleaf-switch-01",
              logic_id, logic_id + 1);
     snprintf(d.firmware, sizeof d.firmware, "7.1.0.5.220");
     return d;
