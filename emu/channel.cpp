@@ -11,8 +11,10 @@
 
 #include "emu/firmware.hpp"
 
-namespace kopa_emu {
-namespace {
+namespace kopa_emu
+{
+namespace
+{
 
 constexpr int32_t kInval = -22;
 /// Largest request the firmware joins; the TLS record (58040 bytes) is the largest real one.
@@ -23,10 +25,10 @@ struct Exchange {
     uint32_t opcode = 0;
     uint32_t size_in = 0;
     uint32_t size_out = 0;
-    std::vector<uint8_t> request;   ///< joined payload
-    std::vector<uint8_t> reply;     ///< whole reply, handed out in pieces
-    uint32_t reply_offset = 0;      ///< bytes of `reply` already handed out
-    uint32_t last_frag = 0;         ///< frag of the piece handed out last
+    std::vector<uint8_t> request; ///< joined payload
+    std::vector<uint8_t> reply;   ///< whole reply, handed out in pieces
+    uint32_t reply_offset = 0;    ///< bytes of `reply` already handed out
+    uint32_t last_frag = 0;       ///< frag of the piece handed out last
 };
 
 /// Exchanges in flight, keyed by (tgid, logical id) as the driver associates them.
@@ -38,7 +40,8 @@ std::map<std::pair<uint32_t, uint32_t>, Exchange> &exchanges()
 
 void wipe(std::vector<uint8_t> &bytes)
 {
-    if (!bytes.empty()) OPENSSL_cleanse(bytes.data(), bytes.size());
+    if (!bytes.empty())
+        OPENSSL_cleanse(bytes.data(), bytes.size());
     bytes.clear();
 }
 
@@ -46,7 +49,8 @@ void forget(std::pair<uint32_t, uint32_t> key)
 {
     auto &map = exchanges();
     auto it = map.find(key);
-    if (it == map.end()) return;
+    if (it == map.end())
+        return;
     wipe(it->second.request);
     wipe(it->second.reply);
     map.erase(it);
@@ -76,8 +80,8 @@ void next_piece(Exchange &ex, ds_rsp &rsp)
 /// when more pieces remain to be fetched.
 bool run(Session &session, uint32_t logic_id, uint32_t client_pid, Exchange &ex, ds_rsp &rsp)
 {
-    Command cmd{logic_id, ex.opcode, ex.request.empty() ? nullptr : ex.request.data(), ex.size_in,
-                ex.size_out, client_pid};
+    Command cmd{logic_id,   ex.opcode,   ex.request.empty() ? nullptr : ex.request.data(),
+                ex.size_in, ex.size_out, client_pid};
     int32_t result = execute_command(session, cmd, ex.reply);
     wipe(ex.request);
     if (result != 0) {
@@ -88,7 +92,8 @@ bool run(Session &session, uint32_t logic_id, uint32_t client_pid, Exchange &ex,
         rsp.result = 0;
         rsp.frag = KOPA_FRAG_WHOLE;
         rsp.data_len = static_cast<uint32_t>(ex.reply.size());
-        if (!ex.reply.empty()) memcpy(rsp.info, ex.reply.data(), ex.reply.size());
+        if (!ex.reply.empty())
+            memcpy(rsp.info, ex.reply.data(), ex.reply.size());
         return false;
     }
     next_piece(ex, rsp);
@@ -107,24 +112,29 @@ void fetch(const ds_req &req, std::pair<uint32_t, uint32_t> key, ds_rsp &rsp)
         return;
     }
     next_piece(it->second, rsp);
-    if (rsp.frag == KOPA_FRAG_LAST) forget(key);
+    if (rsp.frag == KOPA_FRAG_LAST)
+        forget(key);
 }
 
 /// The first reply piece of a command, altered by the channel faults that match its opcode.
 uint32_t apply_reply_faults(Session &session, uint32_t opcode, ds_rsp &rsp)
 {
-    if (auto frag = session.take_fault(FaultKind::kFrag, opcode)) rsp.frag = static_cast<uint32_t>(*frag);
-    if (auto len = session.take_fault(FaultKind::kDataLen, opcode)) rsp.data_len = static_cast<uint32_t>(*len);
-    if (auto len = session.take_fault(FaultKind::kRspLen, opcode)) return static_cast<uint32_t>(*len);
+    if (auto frag = session.take_fault(FaultKind::kFrag, opcode))
+        rsp.frag = static_cast<uint32_t>(*frag);
+    if (auto len = session.take_fault(FaultKind::kDataLen, opcode))
+        rsp.data_len = static_cast<uint32_t>(*len);
+    if (auto len = session.take_fault(FaultKind::kRspLen, opcode))
+        return static_cast<uint32_t>(*len);
     return KOPA_RSP_SIZE;
 }
 
-}  // namespace
+} // namespace
 
 void reset_channel()
 {
     auto &map = exchanges();
-    while (!map.empty()) forget(map.begin()->first);
+    while (!map.empty())
+        forget(map.begin()->first);
 }
 
 uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, ds_rsp &rsp)
@@ -143,7 +153,7 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
 
     const bool first = req.frag == KOPA_FRAG_WHOLE || req.frag == KOPA_FRAG_FIRST;
     if (first) {
-        forget(key);  // a new command abandons whatever this caller left unfinished
+        forget(key); // a new command abandons whatever this caller left unfinished
         if (auto forced = session.take_fault(FaultKind::kResult, req.opcode)) {
             refuse(rsp, static_cast<int32_t>(*forced));
             return KOPA_RSP_SIZE;
@@ -153,14 +163,16 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
     auto &map = exchanges();
     switch (req.frag) {
     case KOPA_FRAG_WHOLE: {
-        if (req.size_in > KOPA_PKT_PAYLOAD || req.copy_size != req.size_in) break;
+        if (req.size_in > KOPA_PKT_PAYLOAD || req.copy_size != req.size_in)
+            break;
         Exchange &ex = map[key];
         ex.opcode = req.opcode;
         ex.size_in = req.size_in;
         ex.size_out = req.size_out;
         ex.request.assign(req.info, req.info + req.copy_size);
         const bool more = run(session, logic_id, req.client_pid, ex, rsp);
-        if (!more) forget(key);
+        if (!more)
+            forget(key);
         return apply_reply_faults(session, req.opcode, rsp);
     }
     case KOPA_FRAG_FIRST: {
@@ -174,13 +186,14 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
         ex.size_out = req.size_out;
         ex.request.reserve(req.size_in);
         ex.request.assign(req.info, req.info + req.copy_size);
-        rsp.result = 0;  // intermediate packets are acknowledged without data
+        rsp.result = 0; // intermediate packets are acknowledged without data
         return KOPA_RSP_SIZE;
     }
     case KOPA_FRAG_MIDDLE:
     case KOPA_FRAG_LAST: {
         auto it = map.find(key);
-        if (it == map.end()) break;
+        if (it == map.end())
+            break;
         Exchange &ex = it->second;
         const uint32_t have = static_cast<uint32_t>(ex.request.size());
         if (ex.opcode != req.opcode || ex.size_in != req.size_in || ex.size_out != req.size_out ||
@@ -188,16 +201,19 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
             break;
         }
         const bool last = req.frag == KOPA_FRAG_LAST;
-        const bool fits = last ? (req.copy_size != 0 && have + req.copy_size == ex.size_in)
-                               : (req.copy_size == KOPA_PKT_PAYLOAD && have + req.copy_size < ex.size_in);
-        if (!fits) break;
+        const bool fits =
+            last ? (req.copy_size != 0 && have + req.copy_size == ex.size_in)
+                 : (req.copy_size == KOPA_PKT_PAYLOAD && have + req.copy_size < ex.size_in);
+        if (!fits)
+            break;
         ex.request.insert(ex.request.end(), req.info, req.info + req.copy_size);
         if (!last) {
             rsp.result = 0;
             return KOPA_RSP_SIZE;
         }
         const bool more = run(session, logic_id, req.client_pid, ex, rsp);
-        if (!more) forget(key);
+        if (!more)
+            forget(key);
         return apply_reply_faults(session, req.opcode, rsp);
     }
     default:
@@ -208,4 +224,4 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
     return KOPA_RSP_SIZE;
 }
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

@@ -5,7 +5,8 @@
 
 #include "emu/state.hpp"
 
-namespace kopa_emu {
+namespace kopa_emu
+{
 
 /// Answers one request packet of device `logic_id` into `rsp`: joins multi-packet requests,
 /// executes the command on its last packet and hands out the reply in pieces. Records are
@@ -16,4 +17,4 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
 /// Forgets the joined requests and pending replies of this process (for tests).
 void reset_channel();
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

@@ -9,8 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace kopa_emu {
-namespace {
+namespace kopa_emu
+{
+namespace
+{
 
 enum class Type { kU32, kHex, kIpv4, kMac, kText, kGateway, kRoutes };
 
@@ -53,17 +55,22 @@ constexpr Field kFields[] = {
 const Field *find_field(std::string_view name)
 {
     for (const Field &f : kFields) {
-        if (name == f.name) return &f;
+        if (name == f.name)
+            return &f;
     }
     return nullptr;
 }
 
 uint32_t *ipv4_slot(DeviceState &d, std::string_view name)
 {
-    if (name == "vnic-ip") return &d.vnic.address;
-    if (name == "vnic-mask") return &d.vnic.netmask;
-    if (name == "roce-ip") return &d.roce.address;
-    if (name == "roce-mask") return &d.roce.netmask;
+    if (name == "vnic-ip")
+        return &d.vnic.address;
+    if (name == "vnic-mask")
+        return &d.vnic.netmask;
+    if (name == "roce-ip")
+        return &d.roce.address;
+    if (name == "roce-mask")
+        return &d.roce.netmask;
     return &d.netdetect;
 }
 
@@ -77,7 +84,8 @@ std::string ipv4_text(uint32_t be)
 bool parse_ipv4(std::string_view text, uint32_t &be)
 {
     char buf[INET_ADDRSTRLEN] = {};
-    if (text.size() >= sizeof buf) return false;
+    if (text.size() >= sizeof buf)
+        return false;
     memcpy(buf, text.data(), text.size());
     return inet_pton(AF_INET, buf, &be) == 1;
 }
@@ -87,11 +95,12 @@ bool parse_mac(std::string_view text, uint8_t (&mac)[6])
     unsigned v[6];
     char tail = 0;
     std::string s(text);
-    if (text.size() != 17 ||
-        sscanf(s.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &tail) != 6) {
+    if (text.size() != 17 || sscanf(s.c_str(), "%2x:%2x:%2x:%2x:%2x:%2x%c", &v[0], &v[1], &v[2],
+                                    &v[3], &v[4], &v[5], &tail) != 6) {
         return false;
     }
-    for (int i = 0; i < 6; ++i) mac[i] = static_cast<uint8_t>(v[i]);
+    for (int i = 0; i < 6; ++i)
+        mac[i] = static_cast<uint8_t>(v[i]);
     return true;
 }
 
@@ -110,31 +119,36 @@ std::string unescape(std::string_view text)
     return out;
 }
 
-}  // namespace
+} // namespace
 
 const char *field_names()
 {
-    return "present phy-id health board-id net-health vnic-ip vnic-mask vnic-link roce-ip roce-mask "
-           "netdetect gateway mac link mtu udp-port cfg-status routes lldp firmware tls-switch tls-alarm "
+    return "present phy-id health board-id net-health vnic-ip vnic-mask vnic-link roce-ip "
+           "roce-mask "
+           "netdetect gateway mac link mtu udp-port cfg-status routes lldp firmware tls-switch "
+           "tls-alarm "
            "tls-certs";
 }
 
 bool parse_u32(std::string_view text, uint32_t &out)
 {
     int64_t v = 0;
-    if (!parse_i64(text, v) || v < 0 || v > 0xFFFFFFFFll) return false;
+    if (!parse_i64(text, v) || v < 0 || v > 0xFFFFFFFFll)
+        return false;
     out = static_cast<uint32_t>(v);
     return true;
 }
 
 bool parse_i64(std::string_view text, int64_t &out)
 {
-    if (text.empty() || text.size() > 20) return false;
+    if (text.empty() || text.size() > 20)
+        return false;
     std::string s(text);
     errno = 0;
     char *end = nullptr;
     long long v = strtoll(s.c_str(), &end, 0);
-    if (errno != 0 || end == s.c_str() || *end != '\0' || s[0] == ' ' || s[0] == '+') return false;
+    if (errno != 0 || end == s.c_str() || *end != '\0' || s[0] == ' ' || s[0] == '+')
+        return false;
     out = v;
     return true;
 }
@@ -163,23 +177,33 @@ bool get_field(Session &session, uint32_t logic_id, std::string_view name, std::
         return false;
     }
     switch (f->type) {
-    case Type::kIpv4: out = ipv4_text(*ipv4_slot(*d, name)); break;
-    case Type::kGateway: out = d->has_gateway ? ipv4_text(d->gateway) : "none"; break;
+    case Type::kIpv4:
+        out = ipv4_text(*ipv4_slot(*d, name));
+        break;
+    case Type::kGateway:
+        out = d->has_gateway ? ipv4_text(d->gateway) : "none";
+        break;
     case Type::kMac:
         snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", d->mac[0], d->mac[1], d->mac[2],
                  d->mac[3], d->mac[4], d->mac[5]);
         out = buf;
         break;
-    case Type::kText: out = name == "lldp" ? d->lldp : d->firmware; break;
+    case Type::kText:
+        out = name == "lldp" ? d->lldp : d->firmware;
+        break;
     case Type::kRoutes:
         out.clear();
         for (uint32_t i = 0; i < d->route_count; ++i) {
             const kopa_route_record &r = d->routes[i];
-            out += ipv4_text(r.destination) + " " + ipv4_text(r.netmask) + " " + ipv4_text(r.gateway);
-            if (i + 1 < d->route_count) out += '\n';
+            out +=
+                ipv4_text(r.destination) + " " + ipv4_text(r.netmask) + " " + ipv4_text(r.gateway);
+            if (i + 1 < d->route_count)
+                out += '\n';
         }
         break;
-    default: out = std::to_string(d->*(f->dev_member)); break;
+    default:
+        out = std::to_string(d->*(f->dev_member));
+        break;
     }
     return true;
 }
@@ -209,7 +233,8 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
         }
         session.host().dev[logic_id].*(f->host_member) = num;
         session.mark_host_dirty();
-        if (name == "present" && num != 0) session.device(logic_id);  // make its file if missing
+        if (name == "present" && num != 0)
+            session.device(logic_id); // make its file if missing
         return true;
     }
     DeviceState *d = session.device(logic_id);
@@ -219,7 +244,9 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
     }
     bool ok = true;
     switch (f->type) {
-    case Type::kIpv4: ok = parse_ipv4(value, *ipv4_slot(*d, name)); break;
+    case Type::kIpv4:
+        ok = parse_ipv4(value, *ipv4_slot(*d, name));
+        break;
     case Type::kGateway:
         if (value == "none") {
             d->has_gateway = 0;
@@ -228,23 +255,27 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
         } else if ((ok = parse_ipv4(value, d->gateway))) {
             uint64_t newest = 0;
             for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
-                if (const DeviceState *peer = session.device(i)) newest = std::max(newest, peer->gateway_seq);
+                if (const DeviceState *peer = session.device(i))
+                    newest = std::max(newest, peer->gateway_seq);
             }
             d->has_gateway = 1;
             d->gateway_seq = newest + 1;
         }
         break;
-    case Type::kMac: ok = parse_mac(value, d->mac); break;
+    case Type::kMac:
+        ok = parse_mac(value, d->mac);
+        break;
     case Type::kText: {
         std::string text = unescape(value);
         char *dst = name == "lldp" ? d->lldp : d->firmware;
         size_t cap = name == "lldp" ? sizeof d->lldp : sizeof d->firmware;
         ok = text.size() < cap;
-        if (ok) snprintf(dst, cap, "%s", text.c_str());
+        if (ok)
+            snprintf(dst, cap, "%s", text.c_str());
         break;
     }
     case Type::kRoutes:
-        ok = value == "none";  // routes are added through the device; here they can only be dropped
+        ok = value == "none"; // routes are added through the device; here they can only be dropped
         if (ok) {
             d->route_count = 0;
             memset(d->routes, 0, sizeof d->routes);
@@ -252,7 +283,8 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
         break;
     default:
         ok = parse_u32(value, num);
-        if (ok) d->*(f->dev_member) = num;
+        if (ok)
+            d->*(f->dev_member) = num;
         break;
     }
     if (!ok) {
@@ -263,4 +295,4 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
     return true;
 }
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

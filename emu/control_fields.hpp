@@ -7,7 +7,8 @@
 
 #include "emu/state.hpp"
 
-namespace kopa_emu {
+namespace kopa_emu
+{
 
 /// Names of every field, space-separated, for the help text.
 const char *field_names();
@@ -25,4 +26,4 @@ bool parse_u32(std::string_view text, uint32_t &out);
 /// Strict signed number (decimal, or hexadecimal with 0x).
 bool parse_i64(std::string_view text, int64_t &out);
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

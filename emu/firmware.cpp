@@ -12,22 +12,22 @@
 #include "emu/op_table.hpp"
 #include "emu/tls_envelope.hpp"
 
-namespace kopa_emu {
-namespace {
+namespace kopa_emu
+{
+namespace
+{
 
 constexpr int32_t kOk = 0;
 constexpr int32_t kInval = -22;
 
-template <typename T>
-T load(const uint8_t *in)
+template <typename T> T load(const uint8_t *in)
 {
     T value{};
     memcpy(&value, in, sizeof value);
     return value;
 }
 
-template <typename T>
-void put(std::vector<uint8_t> &reply, const T &record)
+template <typename T> void put(std::vector<uint8_t> &reply, const T &record)
 {
     const auto *p = reinterpret_cast<const uint8_t *>(&record);
     reply.assign(p, p + sizeof record);
@@ -51,10 +51,13 @@ GenericSlot *find_slot(DeviceState &dev, uint32_t get_opcode, bool create)
 {
     GenericSlot *free_slot = nullptr;
     for (GenericSlot &slot : dev.generic) {
-        if (slot.opcode == get_opcode) return &slot;
-        if (slot.opcode == 0 && free_slot == nullptr) free_slot = &slot;
+        if (slot.opcode == get_opcode)
+            return &slot;
+        if (slot.opcode == 0 && free_slot == nullptr)
+            free_slot = &slot;
     }
-    if (!create || free_slot == nullptr) return nullptr;
+    if (!create || free_slot == nullptr)
+        return nullptr;
     *free_slot = GenericSlot{};
     free_slot->opcode = get_opcode;
     return free_slot;
@@ -64,12 +67,14 @@ GenericSlot *find_slot(DeviceState &dev, uint32_t get_opcode, bool create)
 int32_t store(DeviceState &dev, uint32_t get_opcode, const Command &cmd)
 {
     GenericSlot *slot = find_slot(dev, get_opcode, true);
-    if (slot == nullptr) return -28;  // no room: as a full flash partition would answer
+    if (slot == nullptr)
+        return -28; // no room: as a full flash partition would answer
     uint32_t len = std::min(cmd.size_in, kGenericMax);
     *slot = GenericSlot{};
     slot->opcode = get_opcode;
     slot->len = len;
-    if (len != 0) memcpy(slot->data, cmd.in, len);
+    if (len != 0)
+        memcpy(slot->data, cmd.in, len);
     return kOk;
 }
 
@@ -107,17 +112,21 @@ bool mac_reserved(const uint8_t *mac)
         {0x03, 0x00, 0x00, 0x40, 0x00, 0x00}, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
         {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
     };
-    if (mac[0] == 0x01 && mac[1] == 0x80 && mac[2] == 0xC2) return true;
-    if ((mac[0] & 0x0F) == 0x01) return true;
+    if (mac[0] == 0x01 && mac[1] == 0x80 && mac[2] == 0xC2)
+        return true;
+    if ((mac[0] & 0x0F) == 0x01)
+        return true;
     for (const auto &r : kReserved) {
-        if (memcmp(r, mac, 6) == 0) return true;
+        if (memcmp(r, mac, 6) == 0)
+            return true;
     }
     return false;
 }
 
 std::string route_table_text(const DeviceState &dev)
 {
-    if (dev.route_count == 0) return "Route table is empty.\n";
+    if (dev.route_count == 0)
+        return "Route table is empty.\n";
     std::string text = "Destination     Netmask         Gateway\n";
     for (uint32_t i = 0; i < dev.route_count; ++i) {
         const kopa_route_record &r = dev.routes[i];
@@ -138,7 +147,8 @@ int32_t add_route(DeviceState &dev, const kopa_route_record &route)
             return kOk;
         }
     }
-    if (dev.route_count >= kMaxRoutes) return KOPA_RESULT_ROUTE_FULL;
+    if (dev.route_count >= kMaxRoutes)
+        return KOPA_RESULT_ROUTE_FULL;
     dev.routes[dev.route_count++] = route;
     return kOk;
 }
@@ -160,7 +170,8 @@ int32_t set_gateway(Session &s, uint32_t logic_id, DeviceState &dev, uint32_t ga
 {
     uint64_t newest = 0;
     for (uint32_t peer : s.group_of(logic_id)) {
-        if (const DeviceState *d = s.device(peer)) newest = std::max(newest, d->gateway_seq);
+        if (const DeviceState *d = s.device(peer))
+            newest = std::max(newest, d->gateway_seq);
     }
     dev.has_gateway = 1;
     dev.gateway = gateway;
@@ -174,12 +185,14 @@ int32_t get_gateway(Session &s, uint32_t logic_id, std::vector<uint8_t> &reply)
     uint32_t holder_id = 0;
     for (uint32_t peer : s.group_of(logic_id)) {
         const DeviceState *d = s.device(peer);
-        if (d != nullptr && d->has_gateway && (holder == nullptr || d->gateway_seq > holder->gateway_seq)) {
+        if (d != nullptr && d->has_gateway &&
+            (holder == nullptr || d->gateway_seq > holder->gateway_seq)) {
             holder = d;
             holder_id = peer;
         }
     }
-    if (holder == nullptr) return KOPA_RESULT_NOENT;
+    if (holder == nullptr)
+        return KOPA_RESULT_NOENT;
     kopa_gateway_record rec{s.host().dev[holder_id].phy_id, holder->gateway, 0};
     put(reply, rec);
     return kOk;
@@ -197,7 +210,8 @@ std::string synthetic_text(const Command &cmd, const std::string &name)
     char text[160];
     switch (cmd.opcode) {
     case KOPA_OP_get_pci_info:
-        snprintf(text, sizeof text, "bus 0000:%02x:00.0, vendor 0x19e5, device 0xd802, link x16 Gen4\n",
+        snprintf(text, sizeof text,
+                 "bus 0000:%02x:00.0, vendor 0x19e5, device 0xd802, link x16 Gen4\n",
                  0x3d + cmd.logic_id);
         break;
     case KOPA_OP_get_device_process:
@@ -218,7 +232,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
 {
     const uint8_t *in = cmd.in;
     const auto sets = [&dirty](int32_t rc) {
-        if (rc == kOk) dirty = true;
+        if (rc == kOk)
+            dirty = true;
         return rc;
     };
     switch (cmd.opcode) {
@@ -249,7 +264,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         reply.assign(dev.mac, dev.mac + 6);
         return kOk;
     case KOPA_OP_set_mac_address:
-        if (mac_reserved(in)) return kInval;
+        if (mac_reserved(in))
+            return kInval;
         memcpy(dev.mac, in, 6);
         return sets(kOk);
     case KOPA_OP_set_netdev_link:
@@ -260,7 +276,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         return kOk;
     case KOPA_OP_set_mtu: {
         uint32_t mtu = load<kopa_mtu_record>(in).mtu;
-        if (mtu < 68 || mtu > 9702) return kInval;
+        if (mtu < 68 || mtu > 9702)
+            return kInval;
         dev.mtu = mtu;
         return sets(kOk);
     }
@@ -269,20 +286,24 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         return kOk;
     case KOPA_OP_set_dscp_map: {
         auto rec = load<kopa_dscp_map_set>(in);
-        if (rec.dscp >= 64 || rec.tc >= 8) return kInval;
+        if (rec.dscp >= 64 || rec.tc >= 8)
+            return kInval;
         GenericSlot *slot = find_slot(dev, KOPA_OP_get_dscp_map, false);
         if (slot == nullptr) {
             slot = find_slot(dev, KOPA_OP_get_dscp_map, true);
-            if (slot == nullptr) return -28;
+            if (slot == nullptr)
+                return -28;
             slot->len = 64;
-            for (uint32_t i = 0; i < 64; ++i) slot->data[i] = static_cast<uint8_t>(i / 8);
+            for (uint32_t i = 0; i < 64; ++i)
+                slot->data[i] = static_cast<uint8_t>(i / 8);
         }
         slot->data[rec.dscp] = rec.tc;
         return sets(kOk);
     }
     case KOPA_OP_get_dscp_map: {
         std::vector<uint8_t> map(64);
-        for (uint32_t i = 0; i < 64; ++i) map[i] = static_cast<uint8_t>(i / 8);
+        for (uint32_t i = 0; i < 64; ++i)
+            map[i] = static_cast<uint8_t>(i / 8);
         stored_or(reply, dev, cmd, 64, map);
         return kOk;
     }
@@ -306,7 +327,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
     case KOPA_OP_get_netdev_stat: {
         uint64_t counters[KOPA_NETDEV_STAT_SIZE / 8] = {};
         if (!dev.stats_cleared) {
-            for (uint32_t i = 0; i < KOPA_NETDEV_STAT_SIZE / 8; ++i) counters[i] = (i + 1) * 1000u + cmd.logic_id;
+            for (uint32_t i = 0; i < KOPA_NETDEV_STAT_SIZE / 8; ++i)
+                counters[i] = (i + 1) * 1000u + cmd.logic_id;
         }
         put(reply, counters);
         return kOk;
@@ -315,7 +337,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         dev.stats_cleared = 1;
         return sets(kOk);
     case KOPA_OP_get_tls_cfg:
-        if (dev.cert_count == 0) return KOPA_RESULT_NOENT;
+        if (dev.cert_count == 0)
+            return KOPA_RESULT_NOENT;
         tls_cert_info(dev, cmd, reply);
         return kOk;
     case KOPA_OP_set_tls_cfg:
@@ -327,10 +350,12 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         return sets(kOk);
     case KOPA_OP_set_tls_enable:
     case KOPA_OP_set_tls_alarm: {
-        if (dev.cert_count == 0) return KOPA_RESULT_NOENT;
+        if (dev.cert_count == 0)
+            return KOPA_RESULT_NOENT;
         uint32_t value = load<kopa_port_value_record>(in).value;
         const bool enable = cmd.opcode == KOPA_OP_set_tls_enable;
-        if (enable ? value > 1 : (value < 7 || value > 180)) return kInval;
+        if (enable ? value > 1 : (value < 7 || value > 180))
+            return kInval;
         (enable ? dev.tls_switch : dev.tls_alarm_days) = value;
         for (uint32_t i = 0; i < dev.cert_count; ++i) {
             (enable ? dev.certs[i].tls_switch : dev.certs[i].alarm_days) = value;
@@ -346,12 +371,14 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
     case KOPA_OP_get_tls_digital_envelope_pub_ky: {
         kopa_envelope_pub_key key{};
         int32_t rc = envelope_public_key(s.dir(), cmd.logic_id, key);
-        if (rc == kOk) put(reply, key);
+        if (rc == kOk)
+            put(reply, key);
         return rc;
     }
     case KOPA_OP_set_roce_port: {
         uint32_t port = load<kopa_roce_port_record>(in).udp_port;
-        if (port < 4097 || port > 65535) return kInval;
+        if (port < 4097 || port > 65535)
+            return kInval;
         dev.udp_port = port;
         return sets(kOk);
     }
@@ -362,7 +389,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         dev.cfg_status = load<kopa_cfg_status_record>(in).status;
         return sets(kOk);
     case KOPA_OP_get_cfg_status:
-        put(reply, kopa_cfg_status_record{load<kopa_cfg_status_record>(in).port_id, dev.cfg_status});
+        put(reply,
+            kopa_cfg_status_record{load<kopa_cfg_status_record>(in).port_id, dev.cfg_status});
         return kOk;
     case KOPA_OP_get_eth_speed:
         put(reply, kopa_u32_value{dev.link ? 200000u : 0u});
@@ -373,7 +401,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
     case KOPA_OP_set_fec_info: {
         kopa_u32_value fec{in[0]};
         GenericSlot *slot = find_slot(dev, KOPA_OP_get_fec_info, true);
-        if (slot == nullptr) return -28;
+        if (slot == nullptr)
+            return -28;
         slot->len = sizeof fec;
         memcpy(slot->data, &fec, sizeof fec);
         return sets(kOk);
@@ -430,7 +459,8 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
     // Everything else is a query without state: synthetic text for caller-sized answers,
     // register-like bytes for fixed ones.
     const OpInfo *op = find_op(cmd.opcode);
-    if (op == nullptr) return kInval;
+    if (op == nullptr)
+        return kInval;
     if (op->size_out == KOPA_SIZE_CALLER || op->size_out == KOPA_PKT_PAYLOAD) {
         put_text(reply, synthetic_text(cmd, std::string(op->name)));
     } else {
@@ -439,22 +469,27 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
     return kOk;
 }
 
-}  // namespace
+} // namespace
 
 int32_t execute_command(Session &session, const Command &cmd, std::vector<uint8_t> &reply)
 {
     reply.clear();
     DeviceState *dev = session.device(cmd.logic_id);
-    if (dev == nullptr) return -19;
+    if (dev == nullptr)
+        return -19;
     const OpInfo *op = find_op(cmd.opcode);
-    if (op == nullptr) return kInval;
+    if (op == nullptr)
+        return kInval;
     // A fixed-size request must arrive whole; the records are read without further checks.
-    if (op->size_in != KOPA_SIZE_CALLER && cmd.size_in != op->size_in) return kInval;
-    if (op->size_in != 0 && op->size_in != KOPA_SIZE_CALLER && cmd.in == nullptr) return kInval;
+    if (op->size_in != KOPA_SIZE_CALLER && cmd.size_in != op->size_in)
+        return kInval;
+    if (op->size_in != 0 && op->size_in != KOPA_SIZE_CALLER && cmd.in == nullptr)
+        return kInval;
 
     bool dirty = false;
     int32_t rc = dispatch(session, cmd, *dev, reply, dirty);
-    if (dirty) session.mark_device_dirty(cmd.logic_id);
+    if (dirty)
+        session.mark_device_dirty(cmd.logic_id);
     if (rc != kOk) {
         reply.clear();
         return rc;
@@ -463,9 +498,10 @@ int32_t execute_command(Session &session, const Command &cmd, std::vector<uint8_
         const bool text = !reply.empty() && reply.back() == 0 &&
                           (op->size_out == KOPA_SIZE_CALLER || op->size_out == KOPA_PKT_PAYLOAD);
         reply.resize(cmd.size_out);
-        if (text && !reply.empty()) reply.back() = 0;  // a cut text stays zero-terminated
+        if (text && !reply.empty())
+            reply.back() = 0; // a cut text stays zero-terminated
     }
     return kOk;
 }
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

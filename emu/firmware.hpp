@@ -6,15 +6,16 @@
 
 #include "emu/state.hpp"
 
-namespace kopa_emu {
+namespace kopa_emu
+{
 
 /// A command as the firmware sees it once its packets are joined.
 struct Command {
     uint32_t logic_id;
     uint32_t opcode;
-    const uint8_t *in;   ///< payload, `size_in` bytes (may be null when 0)
+    const uint8_t *in; ///< payload, `size_in` bytes (may be null when 0)
     uint32_t size_in;
-    uint32_t size_out;   ///< caller's capacity; the reply is cut to it
+    uint32_t size_out; ///< caller's capacity; the reply is cut to it
     uint32_t client_pid;
 };
 
@@ -22,4 +23,4 @@ struct Command {
 /// firmware result (0 success, -2 nothing there, -22 refused, 5000 route table full, ...).
 int32_t execute_command(Session &session, const Command &cmd, std::vector<uint8_t> &reply);
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

@@ -32,20 +32,24 @@ const char *kelvar_log_get_level_str(int level)
     // The driver numbers debug 6, so its levels 5..7 are info, debug and trace.
     static const char *const kNames[] = {"[EMERG]",   "[ALERT]", "[CRIT]",  "[ERROR]",
                                          "[WARNING]", "[INFO]",  "[DEBUG]", "[TRACE]"};
-    if (level < 0 || level > 7) return "[UNKNOWN]";
+    if (level < 0 || level > 7)
+        return "[UNKNOWN]";
     return kNames[level];
 }
 
 const char *kelvar_log_get_time_str(void)
 {
     static thread_local char text[96];
-    struct timeval tv {};
+    struct timeval tv {
+    };
     gettimeofday(&tv, nullptr);
-    struct tm tm {};
+    struct tm tm {
+    };
     time_t secs = tv.tv_sec;
     localtime_r(&secs, &tm);
-    snprintf(text, sizeof text, "[%04d-%02d-%02d-%02d:%02d:%02d.%03ld]", tm.tm_year + 1900, tm.tm_mon + 1,
-             tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, static_cast<long>(tv.tv_usec / 1000));
+    snprintf(text, sizeof text, "[%04d-%02d-%02d-%02d:%02d:%02d.%03ld]", tm.tm_year + 1900,
+             tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec,
+             static_cast<long>(tv.tv_usec / 1000));
     return text;
 }
 
@@ -57,9 +61,11 @@ const char *kelvar_log_get_module_str(int module_id)
 void kelvar_log_print(int log_type, int level, const char *fmt, ...)
 {
     (void)log_type;
-    if (fmt == nullptr) return;
+    if (fmt == nullptr)
+        return;
     const std::string dir = kopa_emu::state_dir();
-    if (level > kopa_emu::read_log_level(dir)) return;
+    if (level > kopa_emu::read_log_level(dir))
+        return;
 
     char stack_buf[1024];
     std::string line;
@@ -67,7 +73,8 @@ void kelvar_log_print(int log_type, int level, const char *fmt, ...)
     va_start(ap, fmt);
     int n = vsnprintf(stack_buf, sizeof stack_buf, fmt, ap);
     va_end(ap);
-    if (n < 0) return;
+    if (n < 0)
+        return;
     if (static_cast<size_t>(n) < sizeof stack_buf) {
         line.assign(stack_buf, static_cast<size_t>(n));
     } else {
@@ -77,15 +84,17 @@ void kelvar_log_print(int log_type, int level, const char *fmt, ...)
         va_end(ap);
         line.resize(static_cast<size_t>(n));
     }
-    if (line.empty() || line.back() != '\n') line += '\n';
+    if (line.empty() || line.back() != '\n')
+        line += '\n';
 
     // One append per line keeps lines of concurrent processes whole.
-    int fd = open(kopa_emu::state_path(dir, "driver.log").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC,
-                  0644);
-    if (fd < 0) return;
+    int fd = open(kopa_emu::state_path(dir, "driver.log").c_str(),
+                  O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return;
     ssize_t w = write(fd, line.data(), line.size());
     (void)w;
     close(fd);
 }
 
-}  // extern "C"
+} // extern "C"

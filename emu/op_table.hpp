@@ -6,11 +6,12 @@
 
 #include "platform/kopa_platform.h"
 
-namespace kopa_emu {
+namespace kopa_emu
+{
 
 /// One row of the operation catalogue; sizes may be KOPA_SIZE_CALLER.
 struct OpInfo {
-    std::string_view name;  ///< without the "kopa_" prefix, e.g. "set_mtu"
+    std::string_view name; ///< without the "kopa_" prefix, e.g. "set_mtu"
     uint32_t opcode;
     uint32_t size_in;
     uint32_t size_out;
@@ -26,7 +27,8 @@ inline constexpr OpInfo kOperations[] = {
 constexpr const OpInfo *find_op(uint32_t opcode)
 {
     for (const OpInfo &op : kOperations) {
-        if (op.opcode == opcode) return &op;
+        if (op.opcode == opcode)
+            return &op;
     }
     return nullptr;
 }
@@ -34,11 +36,13 @@ constexpr const OpInfo *find_op(uint32_t opcode)
 /// The row named `name`, with or without the "kopa_" prefix; nullptr when unknown.
 constexpr const OpInfo *find_op(std::string_view name)
 {
-    if (name.starts_with("kopa_")) name.remove_prefix(5);
+    if (name.starts_with("kopa_"))
+        name.remove_prefix(5);
     for (const OpInfo &op : kOperations) {
-        if (op.name == name) return &op;
+        if (op.name == name)
+            return &op;
     }
     return nullptr;
 }
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

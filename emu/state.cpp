@@ -14,35 +14,39 @@
 #include <cstring>
 #include <filesystem>
 
-namespace kopa_emu {
-namespace {
+namespace kopa_emu
+{
+namespace
+{
 
-constexpr uint32_t kHostMagic = 0x4B454D48;    // "HMEK"
-constexpr uint32_t kDeviceMagic = 0x4B454D44;  // "DMEK"
+constexpr uint32_t kHostMagic = 0x4B454D48;   // "HMEK"
+constexpr uint32_t kDeviceMagic = 0x4B454D44; // "DMEK"
 constexpr uint32_t kVersion = 1;
 
 /// A file descriptor closed on scope exit.
-class Fd {
-public:
+class Fd
+{
+  public:
     explicit Fd(int fd) : fd_(fd) {}
     ~Fd()
     {
-        if (fd_ >= 0) close(fd_);
+        if (fd_ >= 0)
+            close(fd_);
     }
     Fd(const Fd &) = delete;
     Fd &operator=(const Fd &) = delete;
     int get() const { return fd_; }
 
-private:
+  private:
     int fd_;
 };
 
 /// Reads exactly sizeof(T) bytes of `path` into `out`; false when absent or of another size.
-template <typename T>
-bool read_record(const std::string &path, T &out)
+template <typename T> bool read_record(const std::string &path, T &out)
 {
     Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0) return false;
+    if (fd.get() < 0)
+        return false;
     ssize_t n = pread(fd.get(), &out, sizeof(T), 0);
     return n == static_cast<ssize_t>(sizeof(T));
 }
@@ -51,18 +55,21 @@ bool read_record(const std::string &path, T &out)
 int write_bytes(const std::string &path, const void *data, size_t len, mode_t mode = 0644)
 {
     Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, mode));
-    if (fd.get() < 0) return -errno;
+    if (fd.get() < 0)
+        return -errno;
     const auto *p = static_cast<const uint8_t *>(data);
     size_t done = 0;
     while (done < len) {
         ssize_t n = pwrite(fd.get(), p + done, len - done, static_cast<off_t>(done));
         if (n < 0) {
-            if (errno == EINTR) continue;
+            if (errno == EINTR)
+                continue;
             return -errno;
         }
         done += static_cast<size_t>(n);
     }
-    if (ftruncate(fd.get(), static_cast<off_t>(len)) != 0) return -errno;
+    if (ftruncate(fd.get(), static_cast<off_t>(len)) != 0)
+        return -errno;
     return 0;
 }
 
@@ -70,12 +77,15 @@ std::string read_text(const std::string &path)
 {
     std::string text;
     Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0) return text;
+    if (fd.get() < 0)
+        return text;
     char buf[4096];
     for (;;) {
         ssize_t n = read(fd.get(), buf, sizeof buf);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            break;
         text.append(buf, static_cast<size_t>(n));
     }
     return text;
@@ -91,11 +101,16 @@ std::string device_path(const std::string &dir, uint32_t logic_id)
 const char *kind_word(FaultKind kind)
 {
     switch (kind) {
-    case FaultKind::kResult: return "result";
-    case FaultKind::kFunction: return "function";
-    case FaultKind::kFrag: return "frag";
-    case FaultKind::kRspLen: return "rsp-len";
-    case FaultKind::kDataLen: return "data-len";
+    case FaultKind::kResult:
+        return "result";
+    case FaultKind::kFunction:
+        return "function";
+    case FaultKind::kFrag:
+        return "frag";
+    case FaultKind::kRspLen:
+        return "rsp-len";
+    case FaultKind::kDataLen:
+        return "data-len";
     }
     return "?";
 }
@@ -104,7 +119,8 @@ std::optional<FaultKind> kind_of_word(std::string_view word)
 {
     for (FaultKind k : {FaultKind::kResult, FaultKind::kFunction, FaultKind::kFrag,
                         FaultKind::kRspLen, FaultKind::kDataLen}) {
-        if (word == kind_word(k)) return k;
+        if (word == kind_word(k))
+            return k;
     }
     return std::nullopt;
 }
@@ -119,7 +135,8 @@ std::optional<Fault> parse_fault(const std::string &line)
         return std::nullopt;
     }
     auto k = kind_of_word(kind);
-    if (!k) return std::nullopt;
+    if (!k)
+        return std::nullopt;
     Fault f;
     f.kind = *k;
     f.value = value;
@@ -129,13 +146,14 @@ std::optional<Fault> parse_fault(const std::string &line)
     } else if (strcmp(target, "any") != 0) {
         char *end = nullptr;
         unsigned long op = strtoul(target, &end, 0);
-        if (*end != '\0') return std::nullopt;
+        if (*end != '\0')
+            return std::nullopt;
         f.opcode = static_cast<uint32_t>(op);
     }
     return f;
 }
 
-}  // namespace
+} // namespace
 
 std::string state_dir()
 {
@@ -184,9 +202,12 @@ int init_host(const std::string &dir, const InitOptions &options)
 {
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);
-    if (ec) return -ec.value();
-    if (options.devices > KOPA_MAX_DEVICES) return -EINVAL;
-    if (!options.phy_ids.empty() && options.phy_ids.size() != options.devices) return -EINVAL;
+    if (ec)
+        return -ec.value();
+    if (options.devices > KOPA_MAX_DEVICES)
+        return -EINVAL;
+    if (!options.phy_ids.empty() && options.phy_ids.size() != options.devices)
+        return -EINVAL;
 
     Session session(dir);
     for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
@@ -206,17 +227,21 @@ int init_host(const std::string &dir, const InitOptions &options)
         d.phy_id = options.phy_ids.empty() ? i : options.phy_ids[i];
         d.board_id = options.pcie ? kPcieBoardId : 0;
         DeviceState dev = default_device(i);
-        if (int rc = write_bytes(device_path(dir, i), &dev, sizeof dev); rc != 0) return rc;
+        if (int rc = write_bytes(device_path(dir, i), &dev, sizeof dev); rc != 0)
+            return rc;
     }
     return write_bytes(state_path(dir, "host.bin"), &host, sizeof host);
 }
 
 Session::Session(std::string dir) : dir_(std::move(dir))
 {
-    struct stat st {};
-    if (stat(dir_.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) return;
+    struct stat st {
+    };
+    if (stat(dir_.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
+        return;
     lock_fd_ = open(state_path(dir_, "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-    if (lock_fd_ < 0) return;
+    if (lock_fd_ < 0)
+        return;
     while (flock(lock_fd_, LOCK_EX) != 0) {
         if (errno != EINTR) {
             close(lock_fd_);
@@ -226,30 +251,35 @@ Session::Session(std::string dir) : dir_(std::move(dir))
     }
     initialised_ = read_record(state_path(dir_, "host.bin"), host_) && host_.magic == kHostMagic &&
                    host_.version == kVersion;
-    if (!initialised_) host_ = HostTable{};
+    if (!initialised_)
+        host_ = HostTable{};
 }
 
 Session::~Session()
 {
     (void)commit();
-    if (lock_fd_ >= 0) close(lock_fd_);  // releases the flock
+    if (lock_fd_ >= 0)
+        close(lock_fd_); // releases the flock
 }
 
 int Session::check_device(uint32_t logic_id) const
 {
-    if (logic_id >= KOPA_MAX_DEVICES) return -22;
-    if (!initialised_ || host_.dev[logic_id].present == 0) return -19;
+    if (logic_id >= KOPA_MAX_DEVICES)
+        return -22;
+    if (!initialised_ || host_.dev[logic_id].present == 0)
+        return -19;
     return 0;
 }
 
 DeviceState *Session::device(uint32_t logic_id)
 {
-    if (check_device(logic_id) != 0) return nullptr;
+    if (check_device(logic_id) != 0)
+        return nullptr;
     if (!dev_[logic_id]) {
         auto d = std::make_unique<DeviceState>();
         if (!read_record(device_path(dir_, logic_id), *d) || d->magic != kDeviceMagic ||
             d->version != kVersion) {
-            *d = default_device(logic_id);  // a device whose file was lost comes back fresh
+            *d = default_device(logic_id); // a device whose file was lost comes back fresh
             dev_dirty_[logic_id] = true;
         }
         dev_[logic_id] = std::move(d);
@@ -260,7 +290,8 @@ DeviceState *Session::device(uint32_t logic_id)
 int Session::logic_of_phy(uint32_t phy_id) const
 {
     for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
-        if (check_device(i) == 0 && host_.dev[i].phy_id == phy_id) return static_cast<int>(i);
+        if (check_device(i) == 0 && host_.dev[i].phy_id == phy_id)
+            return static_cast<int>(i);
     }
     return -19;
 }
@@ -268,7 +299,8 @@ int Session::logic_of_phy(uint32_t phy_id) const
 std::vector<uint32_t> Session::group_of(uint32_t logic_id) const
 {
     std::vector<uint32_t> group;
-    if (check_device(logic_id) != 0) return group;
+    if (check_device(logic_id) != 0)
+        return group;
     const HostDevice &me = host_.dev[logic_id];
     if (is_pcie_board(me.board_id)) {
         group.push_back(logic_id);
@@ -276,7 +308,8 @@ std::vector<uint32_t> Session::group_of(uint32_t logic_id) const
     }
     const bool low = me.phy_id < 4;
     for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
-        if (check_device(i) == 0 && (host_.dev[i].phy_id < 4) == low) group.push_back(i);
+        if (check_device(i) == 0 && (host_.dev[i].phy_id < 4) == low)
+            group.push_back(i);
     }
     return group;
 }
@@ -289,27 +322,33 @@ std::vector<Fault> &Session::faults()
         size_t pos = 0;
         while (pos < text.size()) {
             size_t end = text.find('\n', pos);
-            if (end == std::string::npos) end = text.size();
-            if (auto f = parse_fault(text.substr(pos, end - pos))) faults_.push_back(*f);
+            if (end == std::string::npos)
+                end = text.size();
+            if (auto f = parse_fault(text.substr(pos, end - pos)))
+                faults_.push_back(*f);
             pos = end + 1;
         }
     }
     return faults_;
 }
 
-std::optional<int64_t> Session::take_fault(FaultKind kind, uint32_t opcode, std::string_view function)
+std::optional<int64_t> Session::take_fault(FaultKind kind, uint32_t opcode,
+                                           std::string_view function)
 {
-    if (lock_fd_ < 0) return std::nullopt;
+    if (lock_fd_ < 0)
+        return std::nullopt;
     std::vector<Fault> &list = faults();
     for (size_t i = 0; i < list.size(); ++i) {
         Fault &f = list[i];
-        if (f.kind != kind || f.remaining == 0) continue;
+        if (f.kind != kind || f.remaining == 0)
+            continue;
         if (kind == FaultKind::kFunction ? f.function != function
                                          : (f.opcode != kAnyOpcode && f.opcode != opcode)) {
             continue;
         }
         int64_t value = f.value;
-        if (f.remaining > 0 && --f.remaining == 0) list.erase(list.begin() + static_cast<long>(i));
+        if (f.remaining > 0 && --f.remaining == 0)
+            list.erase(list.begin() + static_cast<long>(i));
         faults_dirty_ = true;
         return value;
     }
@@ -325,9 +364,10 @@ void Session::journal_append(const JournalRecord &record)
 {
     Fd fd(open(state_path(dir_, "journal.bin").c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC,
                0644));
-    if (fd.get() < 0) return;
+    if (fd.get() < 0)
+        return;
     ssize_t n = write(fd.get(), &record, sizeof record);
-    (void)n;  // a lost journal record must not fail the driver call
+    (void)n; // a lost journal record must not fail the driver call
 }
 
 std::string format_fault(const Fault &f)
@@ -348,17 +388,22 @@ std::string format_fault(const Fault &f)
 
 int Session::commit()
 {
-    if (lock_fd_ < 0) return 0;
+    if (lock_fd_ < 0)
+        return 0;
     int rc = 0;
     if (host_dirty_ && initialised_) {
         rc = write_bytes(state_path(dir_, "host.bin"), &host_, sizeof host_);
-        if (rc == 0) host_dirty_ = false;
+        if (rc == 0)
+            host_dirty_ = false;
     }
     for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
-        if (!dev_dirty_[i] || !dev_[i]) continue;
+        if (!dev_dirty_[i] || !dev_[i])
+            continue;
         int r = write_bytes(device_path(dir_, i), dev_[i].get(), sizeof(DeviceState));
-        if (r == 0) dev_dirty_[i] = false;
-        else rc = r;
+        if (r == 0)
+            dev_dirty_[i] = false;
+        else
+            rc = r;
     }
     if (faults_dirty_) {
         std::string text;
@@ -367,8 +412,10 @@ int Session::commit()
             text += '\n';
         }
         int r = write_bytes(state_path(dir_, "faults"), text.data(), text.size());
-        if (r == 0) faults_dirty_ = false;
-        else rc = r;
+        if (r == 0)
+            faults_dirty_ = false;
+        else
+            rc = r;
     }
     return rc;
 }
@@ -377,7 +424,8 @@ int set_journal(const std::string &dir, bool on)
 {
     Session session(dir);
     std::string marker = state_path(dir, "journal.on");
-    if (!on) return (unlink(marker.c_str()) == 0 || errno == ENOENT) ? 0 : -errno;
+    if (!on)
+        return (unlink(marker.c_str()) == 0 || errno == ENOENT) ? 0 : -errno;
     return write_bytes(marker, "", 0);
 }
 
@@ -394,7 +442,8 @@ std::vector<JournalRecord> read_journal(const std::string &dir)
     // its own must not wait for itself.
     std::string bytes = read_text(state_path(dir, "journal.bin"));
     std::vector<JournalRecord> records(bytes.size() / sizeof(JournalRecord));
-    if (!records.empty()) memcpy(records.data(), bytes.data(), records.size() * sizeof(JournalRecord));
+    if (!records.empty())
+        memcpy(records.data(), bytes.data(), records.size() * sizeof(JournalRecord));
     return records;
 }
 
@@ -402,18 +451,21 @@ int read_log_level(const std::string &dir)
 {
     char buf[8] = {};
     Fd fd(open(state_path(dir, "log_level").c_str(), O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0) return kDefaultLogLevel;
+    if (fd.get() < 0)
+        return kDefaultLogLevel;
     ssize_t n = read(fd.get(), buf, sizeof buf - 1);
-    if (n <= 0 || buf[0] < '0' || buf[0] > '7') return kDefaultLogLevel;
+    if (n <= 0 || buf[0] < '0' || buf[0] > '7')
+        return kDefaultLogLevel;
     return buf[0] - '0';
 }
 
 int write_log_level(const std::string &dir, int level)
 {
-    if (level < 0 || level > 7) return -EINVAL;
+    if (level < 0 || level > 7)
+        return -EINVAL;
     char text[4];
     snprintf(text, sizeof text, "%d\n", level);
     return write_bytes(state_path(dir, "log_level"), text, strlen(text));
 }
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

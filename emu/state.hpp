@@ -14,7 +14,8 @@
 
 #include "platform/kopa_platform.h"
 
-namespace kopa_emu {
+namespace kopa_emu
+{
 
 inline constexpr const char *kDefaultDir = "/tmp/kopa-emu";
 inline constexpr uint32_t kMaxRoutes = 32;
@@ -50,7 +51,7 @@ struct HostTable {
 
 /// Stored payload of a set operation whose get returns it (DSCP map, shaping, PFC, ...).
 struct GenericSlot {
-    uint32_t opcode;  ///< the get opcode that answers it; 0 for a free slot
+    uint32_t opcode; ///< the get opcode that answers it; 0 for a free slot
     uint32_t len;
     uint8_t data[kGenericMax];
 };
@@ -59,16 +60,16 @@ struct GenericSlot {
 struct DeviceState {
     uint32_t magic;
     uint32_t version;
-    kopa_ip_record vnic;        ///< port type 0
-    kopa_ip_record roce;        ///< port type 1
-    uint32_t vnic_link;         ///< 0 down
+    kopa_ip_record vnic; ///< port type 0
+    kopa_ip_record roce; ///< port type 1
+    uint32_t vnic_link;  ///< 0 down
     uint32_t netdetect;
     uint32_t has_gateway;
     uint32_t gateway;
-    uint64_t gateway_seq;       ///< orders gateway sets across a group: the newest one answers
+    uint64_t gateway_seq; ///< orders gateway sets across a group: the newest one answers
     uint8_t mac[6];
     uint8_t pad0[2];
-    uint32_t link;              ///< 0 down
+    uint32_t link; ///< 0 down
     uint32_t mtu;
     uint32_t udp_port;
     uint32_t cfg_status;
@@ -79,7 +80,7 @@ struct DeviceState {
     char firmware[kFirmwareMax];
     uint32_t tls_switch;
     uint32_t tls_alarm_days;
-    uint32_t cert_count;        ///< records in `certs`; 0 means no certificates installed
+    uint32_t cert_count; ///< records in `certs`; 0 means no certificates installed
     kopa_tls_cert_info certs[KOPA_TLS_CERT_INFO_MAX];
     GenericSlot generic[kGenericSlots];
 };
@@ -88,7 +89,7 @@ struct DeviceState {
 struct InitOptions {
     uint32_t devices = 8;
     bool pcie = false;
-    std::vector<uint32_t> phy_ids;  ///< physical id of each logical id; empty: the logical id
+    std::vector<uint32_t> phy_ids; ///< physical id of each logical id; empty: the logical id
 };
 
 /// Defaults of device `logic_id` on a freshly initialised host.
@@ -100,11 +101,11 @@ DeviceState default_device(uint32_t logic_id);
 
 /// What a fault forces.
 enum class FaultKind : uint32_t {
-    kResult = 0,    ///< firmware result of an opcode
-    kFunction = 1,  ///< return value of a library function
-    kFrag = 2,      ///< `frag` of the first reply piece
-    kRspLen = 3,    ///< *rsp_len written back by the channel call
-    kDataLen = 4,   ///< `data_len` of the first reply piece
+    kResult = 0,   ///< firmware result of an opcode
+    kFunction = 1, ///< return value of a library function
+    kFrag = 2,     ///< `frag` of the first reply piece
+    kRspLen = 3,   ///< *rsp_len written back by the channel call
+    kDataLen = 4,  ///< `data_len` of the first reply piece
 };
 
 inline constexpr uint32_t kAnyOpcode = 0xFFFFFFFFu;
@@ -112,10 +113,10 @@ inline constexpr uint32_t kAnyOpcode = 0xFFFFFFFFu;
 /// One injected fault, kept in "<dir>/faults".
 struct Fault {
     FaultKind kind = FaultKind::kResult;
-    uint32_t opcode = kAnyOpcode;  ///< for all kinds but kFunction; kAnyOpcode matches any
-    std::string function;          ///< for kFunction: e.g. "kopa_get_device_health"
-    int64_t value = 0;             ///< forced result / return / frag / length
-    int32_t remaining = -1;        ///< calls left; -1 for every call
+    uint32_t opcode = kAnyOpcode; ///< for all kinds but kFunction; kAnyOpcode matches any
+    std::string function;         ///< for kFunction: e.g. "kopa_get_device_health"
+    int64_t value = 0;            ///< forced result / return / frag / length
+    int32_t remaining = -1;       ///< calls left; -1 for every call
 };
 
 /// One call of kopa_cmd_get_network_device_info: the request header and what it answered.
@@ -129,9 +130,9 @@ struct JournalRecord {
     uint32_t copy_size;
     uint32_t tgid;
     uint32_t client_pid;
-    int32_t ret;        ///< return value of the call
-    uint32_t rsp_len;   ///< *rsp_len after the call
-    int32_t result;     ///< reply header
+    int32_t ret;      ///< return value of the call
+    uint32_t rsp_len; ///< *rsp_len after the call
+    int32_t result;   ///< reply header
     uint32_t rsp_frag;
     uint32_t data_len;
 };
@@ -139,8 +140,9 @@ struct JournalRecord {
 /// An exclusive hold on the state directory, with the files loaded on demand and written back
 /// (only those changed) by commit() or the destructor. One at a time per process: a second
 /// Session of the same process waits for the first like any other process would.
-class Session {
-public:
+class Session
+{
+  public:
     /// Locks `dir`; a directory that does not exist or holds no host table is uninitialised.
     explicit Session(std::string dir = state_dir());
     ~Session();
@@ -169,7 +171,8 @@ public:
     std::vector<Fault> &faults();
     void mark_faults_dirty() { faults_dirty_ = true; }
     /// Consumes one use of the first fault matching; nullopt when none matches.
-    std::optional<int64_t> take_fault(FaultKind kind, uint32_t opcode, std::string_view function = {});
+    std::optional<int64_t> take_fault(FaultKind kind, uint32_t opcode,
+                                      std::string_view function = {});
 
     /// Whether the journal records channel calls (the marker file "<dir>/journal.on").
     bool journal_enabled() const;
@@ -178,7 +181,7 @@ public:
     /// Writes every changed file back; returns 0 or a negative errno value.
     [[nodiscard]] int commit();
 
-private:
+  private:
     std::string dir_;
     int lock_fd_ = -1;
     bool initialised_ = false;
@@ -216,4 +219,4 @@ constexpr bool is_pcie_board(uint32_t board_id)
     return board_id >= KOPA_BOARD_PCIE_MIN && board_id <= KOPA_BOARD_PCIE_MAX;
 }
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

@@ -19,8 +19,10 @@
 #include <openssl/x509.h>
 #include <openssl/x509_vfy.h>
 
-namespace kopa_emu {
-namespace {
+namespace kopa_emu
+{
+namespace
+{
 
 constexpr int32_t kIllegal = KOPA_RESULT_TLS_ILLEGAL;
 constexpr int32_t kChainFailed = -1;
@@ -59,8 +61,7 @@ using Cert = std::unique_ptr<X509, X509Free>;
 using Crl = std::unique_ptr<X509_CRL, CrlFree>;
 
 /// A fixed buffer for secrets, wiped when it goes.
-template <size_t N>
-struct Secret {
+template <size_t N> struct Secret {
     unsigned char data[N] = {};
     Secret() = default;
     Secret(const Secret &) = delete;
@@ -78,7 +79,8 @@ uint32_t u32_at(const uint8_t *blob, size_t off)
 Pkey load_envelope_key(const std::string &path)
 {
     Bio bio(BIO_new_file(path.c_str(), "r"));
-    if (!bio) return nullptr;
+    if (!bio)
+        return nullptr;
     return Pkey(PEM_read_bio_PrivateKey(bio.get(), nullptr, nullptr, const_cast<char *>("")));
 }
 
@@ -86,18 +88,21 @@ Pkey load_envelope_key(const std::string &path)
 Pkey make_envelope_key(const std::string &path)
 {
     Pkey key(EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", static_cast<size_t>(2048)));
-    if (!key) return nullptr;
+    if (!key)
+        return nullptr;
     Bio mem(BIO_new(BIO_s_mem()));
-    if (!mem || PEM_write_bio_PrivateKey(mem.get(), key.get(), nullptr, nullptr, 0, nullptr, nullptr) != 1) {
+    if (!mem || PEM_write_bio_PrivateKey(mem.get(), key.get(), nullptr, nullptr, 0, nullptr,
+                                         nullptr) != 1) {
         return nullptr;
     }
     char *pem = nullptr;
     long len = BIO_get_mem_data(mem.get(), &pem);
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0) return nullptr;
+    if (fd < 0)
+        return nullptr;
     bool ok = write(fd, pem, static_cast<size_t>(len)) == len;
     ok = close(fd) == 0 && ok;
-    BIO_reset(mem.get());  // the memory BIO wipes nothing itself; the key file is the one copy
+    BIO_reset(mem.get()); // the memory BIO wipes nothing itself; the key file is the one copy
     return ok ? std::move(key) : nullptr;
 }
 
@@ -106,7 +111,8 @@ int passphrase_cb(char *buf, int size, int /*rwflag*/, void *u)
 {
     const auto *phrase = static_cast<const char *>(u);
     size_t len = strnlen(phrase, TLS_CFG_PWD_MAX);
-    if (static_cast<int>(len) > size) return -1;
+    if (static_cast<int>(len) > size)
+        return -1;
     memcpy(buf, phrase, len);
     return static_cast<int>(len);
 }
@@ -116,11 +122,13 @@ int32_t open_passphrase(const std::string &dir, uint32_t logic_id, const uint8_t
                         Secret<TLS_CFG_PWD_MAX + 1> &phrase)
 {
     Pkey envelope = load_envelope_key(envelope_key_path(dir, logic_id));
-    if (!envelope) return kIllegal;
+    if (!envelope)
+        return kIllegal;
 
     const uint32_t symm_len = u32_at(blob, TLS_CFG_OFF_SYMM_LEN);
     const uint32_t enc_len = u32_at(blob, TLS_CFG_OFF_PWD_ENC_LEN);
-    if (symm_len == 0 || symm_len > TLS_CFG_SYMM_KEY_MAX || enc_len == 0 || enc_len > TLS_CFG_PWD_MAX) {
+    if (symm_len == 0 || symm_len > TLS_CFG_SYMM_KEY_MAX || enc_len == 0 ||
+        enc_len > TLS_CFG_PWD_MAX) {
         return kIllegal;
     }
 
@@ -130,7 +138,8 @@ int32_t open_passphrase(const std::string &dir, uint32_t logic_id, const uint8_t
     if (!pctx || EVP_PKEY_decrypt_init(pctx.get()) != 1 ||
         EVP_PKEY_CTX_set_rsa_padding(pctx.get(), RSA_PKCS1_OAEP_PADDING) != 1 ||
         EVP_PKEY_CTX_set_rsa_oaep_md(pctx.get(), EVP_sha1()) != 1 ||
-        EVP_PKEY_decrypt(pctx.get(), symm.data, &symm_out, blob + TLS_CFG_OFF_SYMM_KEY, symm_len) != 1 ||
+        EVP_PKEY_decrypt(pctx.get(), symm.data, &symm_out, blob + TLS_CFG_OFF_SYMM_KEY, symm_len) !=
+            1 ||
         symm_out != kSymmKeyLen) {
         return kIllegal;
     }
@@ -138,8 +147,10 @@ int32_t open_passphrase(const std::string &dir, uint32_t logic_id, const uint8_t
     std::unique_ptr<EVP_CIPHER_CTX, CipherCtxFree> cctx(EVP_CIPHER_CTX_new());
     int out_len = 0;
     int final_len = 0;
-    if (!cctx || EVP_DecryptInit_ex(cctx.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) != 1 ||
-        EVP_CIPHER_CTX_ctrl(cctx.get(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kIvLen), nullptr) != 1 ||
+    if (!cctx ||
+        EVP_DecryptInit_ex(cctx.get(), EVP_aes_256_gcm(), nullptr, nullptr, nullptr) != 1 ||
+        EVP_CIPHER_CTX_ctrl(cctx.get(), EVP_CTRL_GCM_SET_IVLEN, static_cast<int>(kIvLen),
+                            nullptr) != 1 ||
         EVP_DecryptInit_ex(cctx.get(), nullptr, nullptr, symm.data, blob + TLS_CFG_OFF_IV) != 1 ||
         EVP_DecryptUpdate(cctx.get(), phrase.data, &out_len, blob + TLS_CFG_OFF_PWD,
                           static_cast<int>(enc_len)) != 1 ||
@@ -155,8 +166,10 @@ int32_t open_passphrase(const std::string &dir, uint32_t logic_id, const uint8_t
 Cert load_cert(const uint8_t *blob, uint32_t slot)
 {
     const uint32_t len = u32_at(blob, TLS_CFG_OFF_CERT_LEN + 4 * slot);
-    if (len == 0 || len > TLS_CFG_CERT_MAX) return nullptr;
-    Bio bio(BIO_new_mem_buf(blob + TLS_CFG_OFF_CERT + TLS_CFG_CERT_MAX * slot, static_cast<int>(len)));
+    if (len == 0 || len > TLS_CFG_CERT_MAX)
+        return nullptr;
+    Bio bio(
+        BIO_new_mem_buf(blob + TLS_CFG_OFF_CERT + TLS_CFG_CERT_MAX * slot, static_cast<int>(len)));
     return Cert(bio ? PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr) : nullptr);
 }
 
@@ -164,9 +177,11 @@ Cert load_cert(const uint8_t *blob, uint32_t slot)
 void time_text(const ASN1_TIME *t, char (&out)[26])
 {
     memset(out, 0, sizeof out);
-    struct tm tm {};
+    struct tm tm {
+    };
     char buf[32] = {};
-    if (t == nullptr || ASN1_TIME_to_tm(t, &tm) != 1 || asctime_r(&tm, buf) == nullptr) return;
+    if (t == nullptr || ASN1_TIME_to_tm(t, &tm) != 1 || asctime_r(&tm, buf) == nullptr)
+        return;
     buf[strcspn(buf, "\n")] = '\0';
     snprintf(out, sizeof out, "%s", buf);
 }
@@ -186,7 +201,8 @@ int32_t verify_chain(X509 *leaf, const Cert (&cas)[TLS_CFG_CERT_SLOTS], X509_CRL
 {
     std::unique_ptr<X509_STORE, StoreFree> store(X509_STORE_new());
     std::unique_ptr<X509_STORE_CTX, StoreCtxFree> ctx(X509_STORE_CTX_new());
-    if (!store || !ctx) return kChainFailed;
+    if (!store || !ctx)
+        return kChainFailed;
     bool any_ca = false;
     for (uint32_t i = 1; i < TLS_CFG_CERT_SLOTS; ++i) {
         if (cas[i]) {
@@ -195,7 +211,8 @@ int32_t verify_chain(X509 *leaf, const Cert (&cas)[TLS_CFG_CERT_SLOTS], X509_CRL
         }
     }
     // Without CA levels there is nothing above the device certificate to check it against.
-    if (!any_ca) X509_STORE_add_cert(store.get(), leaf);
+    if (!any_ca)
+        X509_STORE_add_cert(store.get(), leaf);
     // Expired suites are kept: the device reports their expiry status instead.
     unsigned long flags = X509_V_FLAG_PARTIAL_CHAIN | X509_V_FLAG_NO_CHECK_TIME;
     if (crl != nullptr) {
@@ -203,65 +220,81 @@ int32_t verify_chain(X509 *leaf, const Cert (&cas)[TLS_CFG_CERT_SLOTS], X509_CRL
         flags |= X509_V_FLAG_CRL_CHECK;
     }
     X509_STORE_set_flags(store.get(), flags);
-    if (X509_STORE_CTX_init(ctx.get(), store.get(), leaf, nullptr) != 1) return kChainFailed;
+    if (X509_STORE_CTX_init(ctx.get(), store.get(), leaf, nullptr) != 1)
+        return kChainFailed;
     return X509_verify_cert(ctx.get()) == 1 ? 0 : kChainFailed;
 }
 
-}  // namespace
+} // namespace
 
 int32_t envelope_public_key(const std::string &dir, uint32_t logic_id, kopa_envelope_pub_key &out)
 {
     const std::string path = envelope_key_path(dir, logic_id);
     Pkey key = load_envelope_key(path);
-    if (!key) key = make_envelope_key(path);
-    if (!key) return kIoError;
+    if (!key)
+        key = make_envelope_key(path);
+    if (!key)
+        return kIoError;
     Bio mem(BIO_new(BIO_s_mem()));
-    if (!mem || PEM_write_bio_PUBKEY(mem.get(), key.get()) != 1) return kIoError;
+    if (!mem || PEM_write_bio_PUBKEY(mem.get(), key.get()) != 1)
+        return kIoError;
     char *pem = nullptr;
     long len = BIO_get_mem_data(mem.get(), &pem);
-    if (len <= 0 || static_cast<size_t>(len) >= sizeof out.key) return kIoError;
+    if (len <= 0 || static_cast<size_t>(len) >= sizeof out.key)
+        return kIoError;
     out = kopa_envelope_pub_key{};
     out.key_len = static_cast<uint32_t>(len);
     memcpy(out.key, pem, static_cast<size_t>(len));
     return 0;
 }
 
-int32_t install_tls_cfg(const std::string &dir, uint32_t logic_id, const uint8_t *blob, DeviceState &dev)
+int32_t install_tls_cfg(const std::string &dir, uint32_t logic_id, const uint8_t *blob,
+                        DeviceState &dev)
 {
     const uint32_t key_len = u32_at(blob, TLS_CFG_OFF_KEY_LEN);
     const uint32_t crl_len = u32_at(blob, TLS_CFG_OFF_CRL_LEN);
-    if (key_len == 0 || key_len > TLS_CFG_KEY_MAX || crl_len > TLS_CFG_CRL_MAX) return kIllegal;
+    if (key_len == 0 || key_len > TLS_CFG_KEY_MAX || crl_len > TLS_CFG_CRL_MAX)
+        return kIllegal;
 
     Secret<TLS_CFG_PWD_MAX + 1> phrase;
-    if (int32_t rc = open_passphrase(dir, logic_id, blob, phrase); rc != 0) return rc;
+    if (int32_t rc = open_passphrase(dir, logic_id, blob, phrase); rc != 0)
+        return rc;
 
     Pkey key;
     {
         Bio bio(BIO_new_mem_buf(blob + TLS_CFG_OFF_KEY, static_cast<int>(key_len)));
-        if (bio) key.reset(PEM_read_bio_PrivateKey(bio.get(), nullptr, passphrase_cb, phrase.data));
+        if (bio)
+            key.reset(PEM_read_bio_PrivateKey(bio.get(), nullptr, passphrase_cb, phrase.data));
     }
     Cert leaf = load_cert(blob, 0);
-    if (!key || !leaf || X509_check_private_key(leaf.get(), key.get()) != 1) return kIllegal;
+    if (!key || !leaf || X509_check_private_key(leaf.get(), key.get()) != 1)
+        return kIllegal;
 
     Cert cas[TLS_CFG_CERT_SLOTS];
     for (uint32_t i = 1; i < TLS_CFG_CERT_SLOTS; ++i) {
-        if (u32_at(blob, TLS_CFG_OFF_CERT_LEN + 4 * i) == 0) continue;
+        if (u32_at(blob, TLS_CFG_OFF_CERT_LEN + 4 * i) == 0)
+            continue;
         cas[i] = load_cert(blob, i);
-        if (!cas[i]) return kChainFailed;
+        if (!cas[i])
+            return kChainFailed;
     }
     Crl crl;
     if (crl_len != 0) {
         Bio bio(BIO_new_mem_buf(blob + TLS_CFG_OFF_CRL, static_cast<int>(crl_len)));
-        if (bio) crl.reset(PEM_read_bio_X509_CRL(bio.get(), nullptr, nullptr, nullptr));
-        if (!crl) return kChainFailed;
+        if (bio)
+            crl.reset(PEM_read_bio_X509_CRL(bio.get(), nullptr, nullptr, nullptr));
+        if (!crl)
+            return kChainFailed;
     }
-    if (int32_t rc = verify_chain(leaf.get(), cas, crl.get()); rc != 0) return rc;
+    if (int32_t rc = verify_chain(leaf.get(), cas, crl.get()); rc != 0)
+        return rc;
 
     memset(dev.certs, 0, sizeof dev.certs);
     uint32_t count = 0;
     for (uint32_t i = 0; i < TLS_CFG_CERT_SLOTS; ++i) {
         X509 *cert = i == 0 ? leaf.get() : cas[i].get();
-        if (cert == nullptr) continue;  // a level not given keeps an empty record in its place
+        if (cert == nullptr)
+            continue; // a level not given keeps an empty record in its place
         fill_info(dev.certs[i], dev, X509_get_issuer_name(cert), X509_get0_notBefore(cert),
                   X509_get0_notAfter(cert));
         count = i + 1;
@@ -269,11 +302,12 @@ int32_t install_tls_cfg(const std::string &dir, uint32_t logic_id, const uint8_t
     if (crl) {
         const ASN1_TIME *next = X509_CRL_get0_nextUpdate(crl.get());
         fill_info(dev.certs[TLS_CFG_CERT_SLOTS], dev, X509_CRL_get_issuer(crl.get()),
-                  X509_CRL_get0_lastUpdate(crl.get()), next != nullptr ? next : X509_CRL_get0_lastUpdate(crl.get()));
+                  X509_CRL_get0_lastUpdate(crl.get()),
+                  next != nullptr ? next : X509_CRL_get0_lastUpdate(crl.get()));
         count = TLS_CFG_CERT_SLOTS + 1;
     }
     dev.cert_count = count;
     return 0;
 }
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

@@ -6,7 +6,8 @@
 
 #include "emu/state.hpp"
 
-namespace kopa_emu {
+namespace kopa_emu
+{
 
 /// Fills `out` with the PEM public key of the device's envelope key pair, making the pair (RSA
 /// 2048) and keeping it under the state directory on first use. Returns 0 or -5 on failure.
@@ -19,4 +20,4 @@ int32_t envelope_public_key(const std::string &dir, uint32_t logic_id, kopa_enve
 int32_t install_tls_cfg(const std::string &dir, uint32_t logic_id, const uint8_t *blob,
                         DeviceState &dev);
 
-}  // namespace kopa_emu
+} // namespace kopa_emu

@@ -10,8 +10,9 @@
 using kopa_emu::Fault;
 using kopa_emu::FaultKind;
 
-class EmuChannelTest : public EmuHostTest {
-protected:
+class EmuChannelTest : public EmuHostTest
+{
+  protected:
     void add_fault(const Fault &f)
     {
         kopa_emu::Session s;
@@ -30,7 +31,8 @@ TEST_F(EmuChannelTest, LongRequestArrivesInThirtyPacketsAndRunsOnTheLast)
     ASSERT_EQ(r.calls.size(), 30u);
     for (size_t i = 0; i < r.calls.size(); ++i) {
         const Exchange &e = r.calls[i];
-        const uint32_t frag = i == 0 ? KOPA_FRAG_FIRST : (i == 29 ? KOPA_FRAG_LAST : KOPA_FRAG_MIDDLE);
+        const uint32_t frag =
+            i == 0 ? KOPA_FRAG_FIRST : (i == 29 ? KOPA_FRAG_LAST : KOPA_FRAG_MIDDLE);
         EXPECT_EQ(e.req.frag, frag) << "packet " << i;
         EXPECT_EQ(e.req.copy_size, i == 29 ? 40u : 2000u) << "packet " << i;
         EXPECT_EQ(e.rsp_len, KOPA_RSP_SIZE);
@@ -63,7 +65,7 @@ TEST_F(EmuChannelTest, RepliesComeInPiecesAndNeverExceedTheCapacity)
         {KOPA_OP_get_tls_digital_envelope_pub_ky, 2052, {KOPA_FRAG_MIDDLE, KOPA_FRAG_LAST}, 2052},
         {KOPA_OP_get_tls_digital_envelope_pub_ky, 4100, {KOPA_FRAG_MIDDLE, KOPA_FRAG_LAST}, 2052},
         {KOPA_OP_get_tls_digital_envelope_pub_ky, 100, {KOPA_FRAG_WHOLE}, 100},
-        {KOPA_OP_get_route_table, 386000, {KOPA_FRAG_WHOLE}, 23},  // "Route table is empty.\n"
+        {KOPA_OP_get_route_table, 386000, {KOPA_FRAG_WHOLE}, 23}, // "Route table is empty.\n"
         {KOPA_OP_get_route_table, 10, {KOPA_FRAG_WHOLE}, 10},
         {KOPA_OP_get_mtu, 5, {KOPA_FRAG_WHOLE}, 5},
     };
@@ -127,16 +129,31 @@ TEST_F(EmuChannelTest, MalformedCallsAreRefused)
         {"wrong reply size", 0, KOPA_REQ_SIZE, 2000, [](ds_req &) {}, -22, 0},
         {"logical id 16", 16, KOPA_REQ_SIZE, KOPA_RSP_SIZE, [](ds_req &) {}, -22, 0},
         {"absent device", 9, KOPA_REQ_SIZE, KOPA_RSP_SIZE, [](ds_req &) {}, -19, 0},
-        {"unknown opcode", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE, [](ds_req &q) { q.opcode = 0x7777; }, 0, -22},
-        {"copy_size beyond size_in", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE, [](ds_req &q) { q.copy_size = 4; }, 0, -22},
+        {"unknown opcode", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE, [](ds_req &q) { q.opcode = 0x7777; }, 0,
+         -22},
+        {"copy_size beyond size_in", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE,
+         [](ds_req &q) { q.copy_size = 4; }, 0, -22},
         {"copy_size beyond a packet", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE,
          [](ds_req &q) { q.size_in = q.copy_size = 2001; }, 0, -22},
         {"size_in not the record's", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE,
-         [](ds_req &q) { q.opcode = KOPA_OP_set_mtu; q.size_in = q.copy_size = 4; }, 0, -22},
+         [](ds_req &q) {
+             q.opcode = KOPA_OP_set_mtu;
+             q.size_in = q.copy_size = 4;
+         },
+         0, -22},
         {"middle packet without a first", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE,
-         [](ds_req &q) { q.frag = KOPA_FRAG_MIDDLE; q.size_in = 6000; q.copy_size = 2000; }, 0, -22},
+         [](ds_req &q) {
+             q.frag = KOPA_FRAG_MIDDLE;
+             q.size_in = 6000;
+             q.copy_size = 2000;
+         },
+         0, -22},
         {"first packet of a short command", 0, KOPA_REQ_SIZE, KOPA_RSP_SIZE,
-         [](ds_req &q) { q.frag = KOPA_FRAG_FIRST; q.size_in = q.copy_size = 2000; }, 0, -22},
+         [](ds_req &q) {
+             q.frag = KOPA_FRAG_FIRST;
+             q.size_in = q.copy_size = 2000;
+         },
+         0, -22},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.what);
@@ -183,7 +200,7 @@ TEST_F(EmuChannelTest, ChannelFaultsAlterTheFirstReplyPiece)
     add_fault({FaultKind::kDataLen, KOPA_OP_get_mtu, "", 3000, 1});
     add_fault({FaultKind::kRspLen, kopa_emu::kAnyOpcode, "", 2000, 1});
     CommandResult r = send_command(0, KOPA_OP_get_mtu, nullptr, 0, 5);
-    ASSERT_EQ(r.calls.size(), 2u);  // a piece marked first makes the client fetch, in vain
+    ASSERT_EQ(r.calls.size(), 2u); // a piece marked first makes the client fetch, in vain
     EXPECT_EQ(r.calls[1].rsp.result, -22);
     EXPECT_EQ(r.calls[0].rsp.frag, KOPA_FRAG_FIRST);
     EXPECT_EQ(r.calls[0].rsp.data_len, 3000u);

@@ -23,16 +23,16 @@ struct Exchange {
 
 /// Outcome of a whole command.
 struct CommandResult {
-    int ret = 0;                   ///< non-zero when a library call failed
-    int32_t result = 0;            ///< firmware result of the last reply
-    std::vector<uint8_t> out;      ///< joined reply payload
-    std::vector<Exchange> calls;   ///< every call, in order
+    int ret = 0;                 ///< non-zero when a library call failed
+    int32_t result = 0;          ///< firmware result of the last reply
+    std::vector<uint8_t> out;    ///< joined reply payload
+    std::vector<Exchange> calls; ///< every call, in order
 };
 
 /// A client of the channel: cuts the payload into packets and fetches reply pieces like the
 /// tool does, without its checks, so the tests see exactly what the firmware answers.
-inline CommandResult send_command(uint32_t logic_id, uint32_t opcode, const void *in, uint32_t size_in,
-                                  uint32_t size_out, uint32_t client_pid = 0)
+inline CommandResult send_command(uint32_t logic_id, uint32_t opcode, const void *in,
+                                  uint32_t size_in, uint32_t size_out, uint32_t client_pid = 0)
 {
     CommandResult r;
     ds_req req{};
@@ -54,42 +54,50 @@ inline CommandResult send_command(uint32_t logic_id, uint32_t opcode, const void
         r.result = e.rsp.result;
         return e;
     };
-    for (;;) {  // send phase
+    for (;;) { // send phase
         uint32_t left = size_in - offset;
         if (size_in > KOPA_PKT_PAYLOAD) {
             req.copy_size = std::min(left, KOPA_PKT_PAYLOAD);
-            req.frag = offset == 0 ? KOPA_FRAG_FIRST : (req.copy_size != left ? KOPA_FRAG_MIDDLE : KOPA_FRAG_LAST);
+            req.frag = offset == 0 ? KOPA_FRAG_FIRST
+                                   : (req.copy_size != left ? KOPA_FRAG_MIDDLE : KOPA_FRAG_LAST);
         } else {
             req.frag = KOPA_FRAG_WHOLE;
             req.copy_size = size_in;
         }
         memset(req.info, 0, sizeof req.info);
-        if (req.copy_size != 0) memcpy(req.info, bytes + offset, req.copy_size);
+        if (req.copy_size != 0)
+            memcpy(req.info, bytes + offset, req.copy_size);
         Exchange e = call(req);
-        if (e.ret != 0 || e.rsp.result != 0) return r;
+        if (e.ret != 0 || e.rsp.result != 0)
+            return r;
         offset += req.copy_size;
-        if (req.frag == KOPA_FRAG_LAST || req.frag == KOPA_FRAG_WHOLE || offset == size_in) break;
+        if (req.frag == KOPA_FRAG_LAST || req.frag == KOPA_FRAG_WHOLE || offset == size_in)
+            break;
     }
     req.direction = KOPA_DIR_FETCH;
-    for (;;) {  // receive phase
+    for (;;) { // receive phase
         const ds_rsp &rsp = r.calls.back().rsp;
         r.out.insert(r.out.end(), rsp.info, rsp.info + std::min(rsp.data_len, KOPA_PKT_PAYLOAD));
-        if (rsp.frag == KOPA_FRAG_WHOLE || rsp.frag == KOPA_FRAG_LAST || r.calls.size() > 1000) return r;
+        if (rsp.frag == KOPA_FRAG_WHOLE || rsp.frag == KOPA_FRAG_LAST || r.calls.size() > 1000)
+            return r;
         req.frag = rsp.frag;
         Exchange e = call(req);
-        if (e.ret != 0 || e.rsp.result != 0) return r;
+        if (e.ret != 0 || e.rsp.result != 0)
+            return r;
     }
 }
 
 template <typename T>
-CommandResult send_record(uint32_t logic_id, uint32_t opcode, const T &record, uint32_t size_out = 0)
+CommandResult send_record(uint32_t logic_id, uint32_t opcode, const T &record,
+                          uint32_t size_out = 0)
 {
     return send_command(logic_id, opcode, &record, sizeof record, size_out);
 }
 
 /// A fresh emulated host per test, in its own directory named by $KOPA_EMU_DIR.
-class EmuHostTest : public ::testing::Test {
-protected:
+class EmuHostTest : public ::testing::Test
+{
+  protected:
     void init(const kopa_emu::InitOptions &options)
     {
         ASSERT_EQ(kopa_emu::init_host(dir_, options), 0);

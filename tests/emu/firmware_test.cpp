@@ -9,8 +9,9 @@
 
 #include "emu/state.hpp"
 
-class EmuFirmwareTest : public EmuHostTest {
-protected:
+class EmuFirmwareTest : public EmuHostTest
+{
+  protected:
     static uint32_t ip(const char *text)
     {
         uint32_t be = 0;
@@ -20,19 +21,25 @@ protected:
 
     static int32_t set_gateway(uint32_t logic_id, const char *gw)
     {
-        return send_record(logic_id, KOPA_OP_set_default_gateway_address, kopa_gateway_record{0, ip(gw), 0}).result;
+        return send_record(logic_id, KOPA_OP_set_default_gateway_address,
+                           kopa_gateway_record{0, ip(gw), 0})
+            .result;
     }
 
     static int32_t del_gateway(uint32_t logic_id, const char *gw)
     {
-        return send_record(logic_id, KOPA_OP_del_default_gateway_address, kopa_gateway_record{0, ip(gw), 0}).result;
+        return send_record(logic_id, KOPA_OP_del_default_gateway_address,
+                           kopa_gateway_record{0, ip(gw), 0})
+            .result;
     }
 
     /// "a.b.c.d@phy" of the group's gateway, or the refusal as a number.
     static std::string get_gateway(uint32_t logic_id)
     {
-        CommandResult r = send_command(logic_id, KOPA_OP_get_default_gateway_address, nullptr, 0, 12);
-        if (r.result != 0) return std::to_string(r.result);
+        CommandResult r =
+            send_command(logic_id, KOPA_OP_get_default_gateway_address, nullptr, 0, 12);
+        if (r.result != 0)
+            return std::to_string(r.result);
         kopa_gateway_record rec{};
         EXPECT_EQ(r.out.size(), sizeof rec);
         memcpy(&rec, r.out.data(), sizeof rec);
@@ -41,7 +48,8 @@ protected:
         return std::string(text) + "@" + std::to_string(rec.port);
     }
 
-    static int32_t route(uint32_t opcode, uint32_t logic_id, const char *dst, const char *mask, const char *gw)
+    static int32_t route(uint32_t opcode, uint32_t logic_id, const char *dst, const char *mask,
+                         const char *gw)
     {
         kopa_route_record rec{ip(dst), ip(mask), ip(gw)};
         return send_record(logic_id, opcode, rec, 4).result;
@@ -74,7 +82,7 @@ TEST_F(EmuFirmwareTest, DeviceIdsFollowPresenceRangeAndPhysicalIds)
     EXPECT_EQ(kopa_get_logicid_from_phyid(9, &v), 0);
     EXPECT_EQ(v, 5u);
     EXPECT_EQ(kopa_get_logicid_from_phyid(4, &v), -19);
-    EXPECT_EQ(kopa_get_logicid_from_phyid(2, &v), -19);  // its device is gone
+    EXPECT_EQ(kopa_get_logicid_from_phyid(2, &v), -19); // its device is gone
     EXPECT_EQ(kopa_get_phyid_from_logicid(4, &v), 0);
     EXPECT_EQ(v, 8u);
     EXPECT_EQ(kopa_get_device_health(1, &v), 0);
@@ -104,15 +112,15 @@ TEST_F(EmuFirmwareTest, GatewayIsOnePerGroupNewestAnswers)
     EXPECT_EQ(get_gateway(2), "-2");
     ASSERT_EQ(set_gateway(0, "10.0.0.1"), 0);
     EXPECT_EQ(get_gateway(3), "10.0.0.1@0");
-    EXPECT_EQ(get_gateway(4), "-2");  // the other group holds none
+    EXPECT_EQ(get_gateway(4), "-2"); // the other group holds none
 
     // Moving the gateway: set on the new device, then delete on the old one.
     ASSERT_EQ(set_gateway(1, "10.0.0.9"), 0);
     EXPECT_EQ(get_gateway(0), "10.0.0.9@1");
-    EXPECT_EQ(del_gateway(0, "10.0.0.9"), 0);  // device 0 holds another one: nothing changes
+    EXPECT_EQ(del_gateway(0, "10.0.0.9"), 0); // device 0 holds another one: nothing changes
     EXPECT_EQ(get_gateway(2), "10.0.0.9@1");
     EXPECT_EQ(del_gateway(0, "10.0.0.1"), 0);
-    EXPECT_EQ(del_gateway(0, "10.0.0.1"), 0);  // already gone: still success
+    EXPECT_EQ(del_gateway(0, "10.0.0.1"), 0); // already gone: still success
     EXPECT_EQ(get_gateway(3), "10.0.0.9@1");
     EXPECT_EQ(del_gateway(1, "10.0.0.9"), 0);
     EXPECT_EQ(get_gateway(0), "-2");
@@ -134,19 +142,22 @@ TEST_F(EmuFirmwareTest, RoutesAreKeyedByDestinationAndNetmask)
     ASSERT_EQ(route(KOPA_OP_add_route_table, 0, "10.1.0.0", "255.255.0.0", "10.0.0.1"), 0);
     ASSERT_EQ(route(KOPA_OP_add_route_table, 0, "10.1.0.0", "255.255.0.0", "10.0.0.7"), 0);
     ASSERT_EQ(route(KOPA_OP_add_route_table, 0, "10.1.0.0", "255.255.255.0", "10.0.0.1"), 0);
-    EXPECT_EQ(route_text(0),
-              "Destination     Netmask         Gateway\n"
-              "10.1.0.0        255.255.0.0     10.0.0.7\n"
-              "10.1.0.0        255.255.255.0   10.0.0.1\n");
-    EXPECT_EQ(route(KOPA_OP_del_route_table, 0, "10.2.0.0", "255.255.0.0", "0.0.0.0"), KOPA_RESULT_NOENT);
+    EXPECT_EQ(route_text(0), "Destination     Netmask         Gateway\n"
+                             "10.1.0.0        255.255.0.0     10.0.0.7\n"
+                             "10.1.0.0        255.255.255.0   10.0.0.1\n");
+    EXPECT_EQ(route(KOPA_OP_del_route_table, 0, "10.2.0.0", "255.255.0.0", "0.0.0.0"),
+              KOPA_RESULT_NOENT);
     EXPECT_EQ(route(KOPA_OP_del_route_table, 0, "10.1.0.0", "255.255.255.0", "0.0.0.0"), 0);
 
     for (int i = 1; i < 32; ++i) {
         std::string dst = "10.9." + std::to_string(i) + ".0";
-        ASSERT_EQ(route(KOPA_OP_add_route_table, 0, dst.c_str(), "255.255.255.0", "10.0.0.1"), 0) << i;
+        ASSERT_EQ(route(KOPA_OP_add_route_table, 0, dst.c_str(), "255.255.255.0", "10.0.0.1"), 0)
+            << i;
     }
-    EXPECT_EQ(route(KOPA_OP_add_route_table, 0, "10.8.0.0", "255.255.0.0", "10.0.0.1"), KOPA_RESULT_ROUTE_FULL);
-    EXPECT_EQ(route(KOPA_OP_add_route_table, 0, "10.1.0.0", "255.255.0.0", "10.0.0.2"), 0);  // replace fits
+    EXPECT_EQ(route(KOPA_OP_add_route_table, 0, "10.8.0.0", "255.255.0.0", "10.0.0.1"),
+              KOPA_RESULT_ROUTE_FULL);
+    EXPECT_EQ(route(KOPA_OP_add_route_table, 0, "10.1.0.0", "255.255.0.0", "10.0.0.2"),
+              0); // replace fits
     EXPECT_EQ(route_text(1), "Route table is empty.\n");
 }
 
@@ -156,7 +167,8 @@ TEST_F(EmuFirmwareTest, SetsAreReadBackAndOutOfRangeValuesRefused)
     const uint8_t multicast[6] = {0x01, 0x11, 0x22, 0x33, 0x44, 0x55};
     EXPECT_EQ(send_command(1, KOPA_OP_set_mac_address, mac, 6, 0).result, 0);
     EXPECT_EQ(send_command(1, KOPA_OP_set_mac_address, multicast, 6, 0).result, -22);
-    EXPECT_EQ(send_command(1, KOPA_OP_get_mac_address, nullptr, 0, 6).out, std::vector<uint8_t>(mac, mac + 6));
+    EXPECT_EQ(send_command(1, KOPA_OP_get_mac_address, nullptr, 0, 6).out,
+              std::vector<uint8_t>(mac, mac + 6));
 
     EXPECT_EQ(send_record(1, KOPA_OP_set_mtu, kopa_mtu_record{0, 9000}).result, 0);
     EXPECT_EQ(send_record(1, KOPA_OP_set_mtu, kopa_mtu_record{0, 67}).result, -22);
@@ -171,7 +183,8 @@ TEST_F(EmuFirmwareTest, SetsAreReadBackAndOutOfRangeValuesRefused)
     EXPECT_EQ(port.udp_port, 5000u);
 
     EXPECT_EQ(send_record(1, KOPA_OP_set_netdev_link, kopa_link_set_record{0, 0, 0}).result, 0);
-    EXPECT_EQ(send_command(1, KOPA_OP_get_netdev_link, nullptr, 0, 4).out, std::vector<uint8_t>(4, 0));
+    EXPECT_EQ(send_command(1, KOPA_OP_get_netdev_link, nullptr, 0, 4).out,
+              std::vector<uint8_t>(4, 0));
 
     EXPECT_EQ(send_record(1, KOPA_OP_set_dscp_map, kopa_dscp_map_set{46, 5, {}}).result, 0);
     std::vector<uint8_t> map = send_command(1, KOPA_OP_get_dscp_map, nullptr, 0, 64).out;
@@ -193,15 +206,19 @@ TEST_F(EmuFirmwareTest, ConcurrentProcessesLoseNoUpdates)
     auto work = [](uint32_t who) {
         for (int i = 0; i < kRounds; ++i) {
             std::string dst = "10." + std::to_string(who) + "." + std::to_string(i % 16) + ".0";
-            std::string gw = "10.0." + std::to_string(who) + "." + std::to_string(i + 1 > 254 ? 254 : i + 1);
-            if (route(KOPA_OP_add_route_table, 0, dst.c_str(), "255.255.255.0", gw.c_str()) != 0) return 1;
-            if (send_record(who, KOPA_OP_set_mtu, kopa_mtu_record{0, 1000u + i}).result != 0) return 1;
+            std::string gw =
+                "10.0." + std::to_string(who) + "." + std::to_string(i + 1 > 254 ? 254 : i + 1);
+            if (route(KOPA_OP_add_route_table, 0, dst.c_str(), "255.255.255.0", gw.c_str()) != 0)
+                return 1;
+            if (send_record(who, KOPA_OP_set_mtu, kopa_mtu_record{0, 1000u + i}).result != 0)
+                return 1;
         }
         return 0;
     };
     pid_t child = fork();
     ASSERT_GE(child, 0);
-    if (child == 0) _exit(work(2));
+    if (child == 0)
+        _exit(work(2));
     EXPECT_EQ(work(1), 0);
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
@@ -215,11 +232,14 @@ TEST_F(EmuFirmwareTest, ConcurrentProcessesLoseNoUpdates)
         const kopa_route_record &r = d0->routes[i];
         const uint32_t who = (ntohl(r.destination) >> 16) & 0xFF;
         const uint32_t k = (ntohl(r.destination) >> 8) & 0xFF;
-        uint32_t final_round = 0;  // the last round that wrote destination k
+        uint32_t final_round = 0; // the last round that wrote destination k
         for (uint32_t round = 0; round < kRounds; ++round) {
-            if (round % 16 == k) final_round = round;
+            if (round % 16 == k)
+                final_round = round;
         }
-        EXPECT_EQ(r.gateway, ip(("10.0." + std::to_string(who) + "." + std::to_string(final_round + 1)).c_str()));
+        EXPECT_EQ(
+            r.gateway,
+            ip(("10.0." + std::to_string(who) + "." + std::to_string(final_round + 1)).c_str()));
     }
     EXPECT_EQ(s.device(1)->mtu, 1000u + kRounds - 1);
     EXPECT_EQ(s.device(2)->mtu, 1000u + kRounds - 1);

@@ -13,7 +13,8 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
-namespace {
+namespace
+{
 
 using Pkey = std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)>;
 using Cert = std::unique_ptr<X509, decltype(&X509_free)>;
@@ -23,7 +24,8 @@ Pkey make_key()
     return Pkey(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"), EVP_PKEY_free);
 }
 
-Cert make_cert(const char *cn, EVP_PKEY *key, const char *issuer_cn, EVP_PKEY *issuer_key, long serial)
+Cert make_cert(const char *cn, EVP_PKEY *key, const char *issuer_cn, EVP_PKEY *issuer_key,
+               long serial)
 {
     Cert cert(X509_new(), X509_free);
     X509_set_version(cert.get(), 2);
@@ -35,8 +37,9 @@ Cert make_cert(const char *cn, EVP_PKEY *key, const char *issuer_cn, EVP_PKEY *i
                                reinterpret_cast<const unsigned char *>(cn), -1, -1, 0);
     X509_NAME_add_entry_by_txt(X509_get_issuer_name(cert.get()), "CN", MBSTRING_ASC,
                                reinterpret_cast<const unsigned char *>(issuer_cn), -1, -1, 0);
-    if (strcmp(cn, issuer_cn) == 0) {  // a self-signed certificate here is a CA
-        X509_EXTENSION *ext = X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE");
+    if (strcmp(cn, issuer_cn) == 0) { // a self-signed certificate here is a CA
+        X509_EXTENSION *ext =
+            X509V3_EXT_conf_nid(nullptr, nullptr, NID_basic_constraints, "critical,CA:TRUE");
         X509_add_ext(cert.get(), ext, -1);
         X509_EXTENSION_free(ext);
     }
@@ -44,8 +47,7 @@ Cert make_cert(const char *cn, EVP_PKEY *key, const char *issuer_cn, EVP_PKEY *i
     return cert;
 }
 
-template <typename Write>
-std::string pem(Write write)
+template <typename Write> std::string pem(Write write)
 {
     BIO *bio = BIO_new(BIO_s_mem());
     write(bio);
@@ -56,12 +58,16 @@ std::string pem(Write write)
     return text;
 }
 
-void put_u32(std::vector<uint8_t> &blob, size_t off, uint32_t v) { memcpy(blob.data() + off, &v, 4); }
+void put_u32(std::vector<uint8_t> &blob, size_t off, uint32_t v)
+{
+    memcpy(blob.data() + off, &v, 4);
+}
 
-}  // namespace
+} // namespace
 
-class EmuTlsTest : public EmuHostTest {
-protected:
+class EmuTlsTest : public EmuHostTest
+{
+  protected:
     void SetUp() override
     {
         EmuHostTest::SetUp();
@@ -73,7 +79,8 @@ protected:
 
     /// The record the host side builds: key sealed with `passphrase`, pass phrase `typed` sealed
     /// in the device's envelope.
-    std::vector<uint8_t> record(EVP_PKEY *key, X509 *leaf, X509 *ca, const char *passphrase, const char *typed)
+    std::vector<uint8_t> record(EVP_PKEY *key, X509 *leaf, X509 *ca, const char *passphrase,
+                                const char *typed)
     {
         std::vector<uint8_t> blob(TLS_CFG_SIZE, 0);
         std::string key_pem = pem([&](BIO *b) {
@@ -89,7 +96,8 @@ protected:
         memcpy(blob.data() + TLS_CFG_OFF_CERT + TLS_CFG_CERT_MAX, ca_pem.data(), ca_pem.size());
         put_u32(blob, TLS_CFG_OFF_CERT_LEN + 4, static_cast<uint32_t>(ca_pem.size()));
         put_u32(blob, TLS_CFG_OFF_CERT_COUNT, 2);
-        put_u32(blob, TLS_CFG_OFF_CERT_TOTAL, static_cast<uint32_t>(leaf_pem.size() + ca_pem.size()));
+        put_u32(blob, TLS_CFG_OFF_CERT_TOTAL,
+                static_cast<uint32_t>(leaf_pem.size() + ca_pem.size()));
         put_u32(blob, TLS_CFG_OFF_PWD_LEN, static_cast<uint32_t>(strlen(typed)));
         seal(blob, typed);
         return blob;
@@ -118,7 +126,8 @@ protected:
         EVP_EncryptInit_ex(c, EVP_aes_256_gcm(), nullptr, nullptr, nullptr);
         EVP_CIPHER_CTX_ctrl(c, EVP_CTRL_GCM_SET_IVLEN, 16, nullptr);
         EVP_EncryptInit_ex(c, nullptr, nullptr, aes, blob.data() + TLS_CFG_OFF_IV);
-        EVP_EncryptUpdate(c, blob.data() + TLS_CFG_OFF_PWD, &len, reinterpret_cast<const unsigned char *>(typed),
+        EVP_EncryptUpdate(c, blob.data() + TLS_CFG_OFF_PWD, &len,
+                          reinterpret_cast<const unsigned char *>(typed),
                           static_cast<int>(strlen(typed)));
         EVP_EncryptFinal_ex(c, blob.data() + TLS_CFG_OFF_PWD + len, &fin);
         EVP_CIPHER_CTX_ctrl(c, EVP_CTRL_GCM_GET_TAG, 16, blob.data() + TLS_CFG_OFF_TAG);
@@ -129,7 +138,8 @@ protected:
         size_t out = TLS_CFG_SYMM_KEY_MAX;
         ASSERT_EQ(EVP_PKEY_encrypt_init(p), 1);
         EVP_PKEY_CTX_set_rsa_padding(p, RSA_PKCS1_OAEP_PADDING);
-        ASSERT_EQ(EVP_PKEY_encrypt(p, blob.data() + TLS_CFG_OFF_SYMM_KEY, &out, aes, sizeof aes), 1);
+        ASSERT_EQ(EVP_PKEY_encrypt(p, blob.data() + TLS_CFG_OFF_SYMM_KEY, &out, aes, sizeof aes),
+                  1);
         EVP_PKEY_CTX_free(p);
         put_u32(blob, TLS_CFG_OFF_SYMM_LEN, static_cast<uint32_t>(out));
     }
@@ -144,7 +154,8 @@ protected:
         CommandResult r = send_command(0, KOPA_OP_get_tls_cfg, nullptr, 0, capacity);
         *result = r.result;
         std::vector<kopa_tls_cert_info> list(r.out.size() / sizeof(kopa_tls_cert_info));
-        if (!list.empty()) memcpy(list.data(), r.out.data(), list.size() * sizeof(kopa_tls_cert_info));
+        if (!list.empty())
+            memcpy(list.data(), r.out.data(), list.size() * sizeof(kopa_tls_cert_info));
         return list;
     }
 
@@ -167,7 +178,8 @@ TEST_F(EmuTlsTest, SealedSuiteInstallsAndIsListed)
     EXPECT_EQ(port_value(KOPA_OP_set_tls_enable, 1), KOPA_RESULT_NOENT);
     EXPECT_EQ(port_value(KOPA_OP_set_tls_alarm, 60), KOPA_RESULT_NOENT);
 
-    ASSERT_EQ(install(record(dev_key_.get(), dev_.get(), ca_.get(), "Secret#123", "Secret#123")), 0);
+    ASSERT_EQ(install(record(dev_key_.get(), dev_.get(), ca_.get(), "Secret#123", "Secret#123")),
+              0);
     std::vector<kopa_tls_cert_info> list = records(16 * 124, &result);
     ASSERT_EQ(result, 0);
     ASSERT_EQ(list.size(), 2u);
@@ -175,17 +187,18 @@ TEST_F(EmuTlsTest, SealedSuiteInstallsAndIsListed)
         EXPECT_STREQ(info.issuer, "/CN=Test Root CA");
         EXPECT_EQ(info.alarm_days, 30u);
         EXPECT_EQ(info.tls_switch, 0u);
-        struct tm tm {};
+        struct tm tm {
+        };
         const char *end = strptime(info.end_time, "%a %b %d %H:%M:%S %Y", &tm);
         ASSERT_NE(end, nullptr) << info.end_time;
         EXPECT_EQ(*end, '\0');
-        EXPECT_EQ(strlen(info.start_time), 24u) << info.start_time;  // asctime without newline
+        EXPECT_EQ(strlen(info.start_time), 24u) << info.start_time; // asctime without newline
     }
 
     EXPECT_EQ(port_value(KOPA_OP_set_tls_enable, 1), 0);
     EXPECT_EQ(port_value(KOPA_OP_set_tls_alarm, 181), -22);
     EXPECT_EQ(port_value(KOPA_OP_set_tls_alarm, 90), 0);
-    list = records(124, &result);  // the caller's capacity bounds the answer
+    list = records(124, &result); // the caller's capacity bounds the answer
     ASSERT_EQ(list.size(), 1u);
     EXPECT_EQ(list[0].tls_switch, 1u);
     EXPECT_EQ(list[0].alarm_days, 90u);
@@ -203,14 +216,17 @@ TEST_F(EmuTlsTest, IllegalSuiteOrBrokenChainIsRefused)
               KOPA_RESULT_TLS_ILLEGAL);
     EXPECT_EQ(install(record(other_key.get(), dev_.get(), ca_.get(), "Secret#123", "Secret#123")),
               KOPA_RESULT_TLS_ILLEGAL);
-    int32_t chain = install(record(dev_key_.get(), dev_.get(), other_ca.get(), "Secret#123", "Secret#123"));
+    int32_t chain =
+        install(record(dev_key_.get(), dev_.get(), other_ca.get(), "Secret#123", "Secret#123"));
     EXPECT_NE(chain, 0);
     EXPECT_NE(chain, KOPA_RESULT_TLS_ILLEGAL);
 
     // A record sealed for another device's envelope does not open here.
-    std::vector<uint8_t> blob = record(dev_key_.get(), dev_.get(), ca_.get(), "Secret#123", "Secret#123");
-    EXPECT_EQ(send_command(1, KOPA_OP_set_tls_cfg, blob.data(), TLS_CFG_SIZE, 0).result, KOPA_RESULT_TLS_ILLEGAL);
+    std::vector<uint8_t> blob =
+        record(dev_key_.get(), dev_.get(), ca_.get(), "Secret#123", "Secret#123");
+    EXPECT_EQ(send_command(1, KOPA_OP_set_tls_cfg, blob.data(), TLS_CFG_SIZE, 0).result,
+              KOPA_RESULT_TLS_ILLEGAL);
     int32_t result = 0;
     records(16 * 124, &result);
-    EXPECT_EQ(result, KOPA_RESULT_NOENT);  // nothing of the refused suites was kept
+    EXPECT_EQ(result, KOPA_RESULT_NOENT); // nothing of the refused suites was kept
 }
