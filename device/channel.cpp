@@ -2,7 +2,6 @@
 // firmware and its reply pieces joined on the way back.
 #include "device/channel.hpp"
 
-#include <openssl/crypto.h>
 
 #include <cerrno>
 #include <cstring>
@@ -34,7 +33,7 @@ int bounded_wipe(void *dst, size_t dst_max, size_t count)
         return -EINVAL;
     if (count > dst_max)
         return -ERANGE;
-    OPENSSL_cleanse(dst, count);
+    explicit_bzero(dst, count);
     return 0;
 }
 

@@ -22,9 +22,25 @@ unsigned int kelvar_get_bare_tgid(void)
     return static_cast<unsigned int>(getpid());
 }
 
+}  // extern "C"
+
+namespace {
+
+// The configured level is read once per process: every driver-log line asks for it, and a run
+// of the tool is far shorter than any change an administrator makes to it.
+int configured_level()
+{
+    static const int level = kopa_emu::read_log_level(kopa_emu::state_dir());
+    return level;
+}
+
+}  // namespace
+
+extern "C" {
+
 int kelvar_log_get_level(void)
 {
-    return kopa_emu::read_log_level(kopa_emu::state_dir());
+    return configured_level();
 }
 
 const char *kelvar_log_get_level_str(int level)
@@ -63,9 +79,9 @@ void kelvar_log_print(int log_type, int level, const char *fmt, ...)
     (void)log_type;
     if (fmt == nullptr)
         return;
-    const std::string dir = kopa_emu::state_dir();
-    if (level > kopa_emu::read_log_level(dir))
+    if (level > configured_level())
         return;
+    const std::string dir = kopa_emu::state_dir();
 
     char stack_buf[1024];
     std::string line;

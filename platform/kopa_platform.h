@@ -339,7 +339,7 @@ struct kopa_garp_info {       /* 46 */
     X(set_optical_auto_adapt, 0x30, KOPA_SIZE_CALLER, 0)                \
     X(get_eth_test_info, 0x31, 1, KOPA_SIZE_CALLER)
 
-/** Opcode constants: KOPA_OP_SET_MTU, KOPA_OP_GET_MTU, ... */
+/** Opcode constants: KOPA_OP_set_mtu, KOPA_OP_get_mtu, ... */
 enum kopa_opcode {
 #define KOPA_OP_ENUM(name, opcode, in, out) KOPA_OP_##name = (opcode),
     KOPA_OPERATIONS(KOPA_OP_ENUM)
