@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
@@ -93,7 +94,7 @@ struct HwGateway {
     uint32_t port = kNoGateway;
     if (kopa_get_default_gateway_address(logic_id, &gw, &port) != 0) {
         if (saved) {
-            ret = cfg_del_conf(conf_phy, "gateway");
+            ret = tool_conf_del_item(conf_phy, "gateway");
             if (ret != 0) {
                 DRV_ERR("del cfg error! ret[%d] phy_id[%u]", ret, conf_phy);
                 return ret;
@@ -115,7 +116,7 @@ struct HwGateway {
     if (saved) {
         DRV_WARN("hw gateway[0x%x] port[%u], diff conf gw[0x%x] phy_id[%u]", gw, port, conf_gw,
                  conf_phy);
-        ret = cfg_del_conf(conf_phy, "gateway");
+        ret = tool_conf_del_item(conf_phy, "gateway");
         if (ret != 0) {
             DRV_ERR("del cfg error! ret[%d] phy_id[%u]", ret, conf_phy);
             return ret;
@@ -145,7 +146,7 @@ struct HwGateway {
         DRV_ERR("kopa del default gw fail! ret[%d] logic_id[%u] ip[0x%x]", ret, logic_id, gateway);
         return kopa_err_to_vorn_err(ret);
     }
-    ret = cfg_del_conf(phy_id, "gateway");
+    ret = tool_conf_del_item(phy_id, "gateway");
     if (ret != 0) {
         DRV_ERR("del cfg error! ret[%d] phy_id[%u]", ret, phy_id);
         return ret;

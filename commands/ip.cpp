@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -156,7 +157,7 @@ struct IpText {
         int32_t ret = tool_check_ip_net_segment(address, gateway, netmask);
         if (ret != kOk) {
             DRV_ERR("Not same net segment. (ret=%d)", ret);
-            ret = cfg_del_conf(info->phy_id, "gateway");
+            ret = tool_conf_del_item(info->phy_id, "gateway");
             if (ret != 0) {
                 DRV_ERR("del cfg error! ret[%d] logic_id[%u]", ret, info->logic_id);
                 return ret;

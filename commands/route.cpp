@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -243,7 +244,7 @@ struct FreeDeleter {
                 info->logic_id, route.destination, route.netmask);
         return kopa_err_to_vorn_err(kret);
     }
-    ret = cfg_del_conf(info->phy_id, key);
+    ret = tool_conf_del_item(info->phy_id, key);
     if (ret != 0) {
         DRV_ERR("delete route cfg error! ret[%d] phy_id[%u]", ret, info->phy_id);
         fprintf(stderr, "Failed to delete the route table from the config file, and user "
@@ -321,8 +322,9 @@ struct FreeDeleter {
 
 [[nodiscard]] int32_t tool_del_route_by_fd(FILE *stream, const SavedRoute &route)
 {
+    // The key ends in "=": section 1 must not take the same route of sections 10 to 15.
     char key[kCfgLineSize];
-    int n = snprintf(key, sizeof(key), "route_address_%s_netmask_%s_%u", route.text.address,
+    int n = snprintf(key, sizeof(key), "route_address_%s_netmask_%s_%u=", route.text.address,
                      route.text.netmask, route.section);
     if (n < 0 || static_cast<size_t>(n) >= sizeof(key)) {
         DRV_ERR("snprintf_s route config fail! ret : %d.", n);
