@@ -52,7 +52,7 @@ struct HwGateway {
         if (pcie ? list.logic_id[i] != logic_id : (list.phy_id[i] >= kGroupSize) != upper_group)
             continue;
         char text[kIpTextSize] = {};
-        ret = cfg_read_conf(list.phy_id[i], "gateway", text, sizeof(text));
+        ret = tool_conf_read_item(list.phy_id[i], "gateway", text, sizeof(text));
         if (ret == kCfgErrNotFound)
             continue;
         if (ret != 0) {
@@ -218,14 +218,14 @@ struct HwGateway {
     // A gateway belongs to a saved address: without one there is no segment to check against.
     char address[kIpTextSize] = {};
     char netmask[kIpTextSize] = {};
-    ret = cfg_read_conf(info->phy_id, "address", address, sizeof(address));
+    ret = tool_conf_read_item(info->phy_id, "address", address, sizeof(address));
     if (ret != 0) {
         fprintf(stderr, "Failed to read the address from the config file.\n");
         DRV_ERR("read address fail! ret[%d] phy_id[%u]", ret, info->phy_id);
         // "Not found" is told by the text above; the front-end adds nothing.
         return ret == kCfgErrNotFound ? kErrReported : ret;
     }
-    ret = cfg_read_conf(info->phy_id, "netmask", netmask, sizeof(netmask));
+    ret = tool_conf_read_item(info->phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         fprintf(stderr, "Failed to read the netmask from the config file.\n");
         DRV_ERR("read netmask fail! ret[%d] phy_id[%u]", ret, info->phy_id);
@@ -294,7 +294,7 @@ int32_t tool_gateway_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_gateway_recovery(cmd_parse_info *info)
 {
     char text[kIpTextSize] = {};
-    int ret = cfg_read_conf(info->phy_id, "gateway", text, sizeof(text));
+    int ret = tool_conf_read_item(info->phy_id, "gateway", text, sizeof(text));
     if (ret != 0) {
         DRV_DBG("gateway do not need recover cfg [%d]", ret);
         return kOk;

@@ -153,7 +153,7 @@ struct IpText {
                                                      const char *netmask)
 {
     char gateway[kIpTextSize] = {};
-    if (cfg_read_conf(info->phy_id, "gateway", gateway, sizeof(gateway)) == 0) {
+    if (tool_conf_read_item(info->phy_id, "gateway", gateway, sizeof(gateway)) == 0) {
         int32_t ret = tool_check_ip_net_segment(address, gateway, netmask);
         if (ret != kOk) {
             DRV_ERR("Not same net segment. (ret=%d)", ret);
@@ -306,9 +306,9 @@ int32_t tool_cfg_ip_recovery(cmd_parse_info *info)
 {
     char address[kIpTextSize] = {};
     char netmask[kIpTextSize] = {};
-    int ret = cfg_read_conf(info->phy_id, "address", address, sizeof(address));
+    int ret = tool_conf_read_item(info->phy_id, "address", address, sizeof(address));
     if (ret == 0)
-        ret = cfg_read_conf(info->phy_id, "netmask", netmask, sizeof(netmask));
+        ret = tool_conf_read_item(info->phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         DRV_DBG("ip address do not need recover cfg [%d]", ret);
         return kOk;

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -190,7 +191,7 @@ int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_mac_addr_recovery(cmd_parse_info *info)
 {
     char value[kMacValueSize] = {};
-    int ret = cfg_read_conf(info->phy_id, kMacItem, value, sizeof(value));
+    int ret = tool_conf_read_item(info->phy_id, kMacItem, value, sizeof(value));
     if (ret != 0) {
         DRV_DBG("mac_addr do not need recover cfg [%d]", ret);
         return kOk;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -187,7 +188,7 @@ int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_mtu_recovery(cmd_parse_info *info)
 {
     char value[kMtuValueSize] = {};
-    int ret = cfg_read_conf(info->phy_id, kMtuItem, value, sizeof(value));
+    int ret = tool_conf_read_item(info->phy_id, kMtuItem, value, sizeof(value));
     if (ret != 0) {
         DRV_DBG("mtu do not need recover cfg [%d]", ret);
         return kOk;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
@@ -130,7 +131,7 @@ int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_netdetect_recovery(cmd_parse_info *info)
 {
     char text[kIpTextSize] = {};
-    int ret = cfg_read_conf(info->phy_id, "netdetect", text, sizeof(text));
+    int ret = tool_conf_read_item(info->phy_id, "netdetect", text, sizeof(text));
     if (ret != 0) {
         DRV_DBG("netdetect address do not need recover cfg [%d]", ret);
         return kOk;

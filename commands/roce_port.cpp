@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -108,7 +109,7 @@ int32_t tool_roce_port_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_roce_port_recovery(cmd_parse_info *info)
 {
     char value[kRocePortValueSize] = {};
-    int ret = cfg_read_conf(info->phy_id, kRocePortItem, value, sizeof(value));
+    int ret = tool_conf_read_item(info->phy_id, kRocePortItem, value, sizeof(value));
     if (ret != 0) {
         DRV_DBG("roce_port do not need recover cfg [%d]", ret);
         return kOk;

@@ -143,7 +143,7 @@ struct FreeDeleter {
         return kErrIpConflict;
     }
     char value[kCfgLineSize] = {};
-    int ret = cfg_read_conf(info->phy_id, key, value, sizeof(value));
+    int ret = tool_conf_read_item(info->phy_id, key, value, sizeof(value));
     if (ret == kCfgErrNotFound)
         return kOk;
     if (ret != 0) {
@@ -225,7 +225,7 @@ struct FreeDeleter {
     if (ret != kOk)
         return ret;
     char value[kCfgLineSize] = {};
-    ret = cfg_read_conf(info->phy_id, key, value, sizeof(value));
+    ret = tool_conf_read_item(info->phy_id, key, value, sizeof(value));
     if (ret == kCfgErrNotFound) {
         fprintf(stderr, "Route not exist in routing table, can not delete!\n");
         return kErrReported;

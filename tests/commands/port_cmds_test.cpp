@@ -229,6 +229,14 @@ TEST_F(PortReplayTest, SavedValuesAreSetAgainAndAbsentKeysAreSuccess)
     info_.logic_id = 1;
     info_.phy_id = 1;
     EXPECT_EQ(tool_cfg_mtu_recovery(&info_), 0x200E);
+
+    // Device 10's lines never answer for device 1, even when they come first.
+    const std::string state1 = sb_.emu({"show"}).out;
+    sb_.set_conf("mtu_10=9000\nmac_addr_10=00:11:22:33:44:77\nroce_port_10=6000\n");
+    EXPECT_EQ(tool_cfg_mtu_recovery(&info_), 0);
+    EXPECT_EQ(tool_cfg_mac_addr_recovery(&info_), 0);
+    EXPECT_EQ(tool_cfg_roce_port_recovery(&info_), 0);
+    EXPECT_EQ(sb_.emu({"show"}).out, state1);
 }
 
 }  // namespace
