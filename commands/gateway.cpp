@@ -92,7 +92,9 @@ struct HwGateway {
 
     uint32_t gw = kNoGateway;
     uint32_t port = kNoGateway;
-    if (kopa_get_default_gateway_address(logic_id, &gw, &port) != 0) {
+    // A read that leaves the preset 255/255 in place means no gateway just as a refused one.
+    if (kopa_get_default_gateway_address(logic_id, &gw, &port) != 0 ||
+        (gw == kNoGateway && port == kNoGateway)) {
         if (saved) {
             ret = tool_conf_del_item(conf_phy, "gateway");
             if (ret != 0) {
