@@ -394,6 +394,16 @@ struct FreeDeleter {
         return -ENOMEM;
     }
     route->section = section;
+    // Only a line in the form the tool writes can be found again by its key: a deletion that
+    // cannot remove the line would restart the walk on it for ever.
+    char canonical[kCfgLineSize];
+    int len = snprintf(canonical, sizeof(canonical), "route_address_%s_netmask_%s_%u=gateway_%s",
+                       route->text.address, route->text.netmask, section, route->text.gateway);
+    size_t line_len = strcspn(line, "\n");
+    if (len < 0 || static_cast<size_t>(len) != line_len || strncmp(canonical, line, line_len) != 0) {
+        DRV_ERR("sscanf_s buf(%s) to route config failed. ret(%d)", line, n);
+        return -ENOMEM;
+    }
     return kOk;
 }
 

@@ -142,6 +142,16 @@ TEST_F(RouteCmdTest, MalformedSavedRouteStopsTheWalk)
     EXPECT_EQ(r.err, "Clear route table in config file failed.\nCmd execute failed!\n");
     // The lines before the bad one were cleared, the rest kept.
     EXPECT_EQ(sb_.conf(), conf.substr(conf.find('\n') + 1));
+
+    // Lines that parse but are not in the written form could never be deleted by their key.
+    for (const char *bad : {"route_address_+20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n",
+                            "route_address_20.0.0.0_netmask_255.0.0.0_00=gateway_10.0.0.1\n",
+                            "route_address_20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1 x\n"}) {
+        sb_.set_conf(bad);
+        r = run(0, {"-route", "-c"});
+        EXPECT_EQ(r.status, 244) << bad;
+        EXPECT_EQ(sb_.conf(), bad);
+    }
 }
 
 TEST_F(RouteCmdTest, ConcurrentAddsOnTwoDevicesLoseNoSavedLine)
