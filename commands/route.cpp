@@ -320,7 +320,8 @@ struct FreeDeleter {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_del_route_by_fd(FILE *stream, const SavedRoute &route)
+[[nodiscard]] int32_t tool_del_route_by_fd(FILE *stream, const SavedRoute &route,
+                                           uint32_t logic_id)
 {
     // The key ends in "=": section 1 must not take the same route of sections 10 to 15.
     char key[kCfgLineSize];
@@ -336,8 +337,7 @@ struct FreeDeleter {
     }
     int ret = cfg_inner_del_conf_byfd(stream, key);
     if (ret != 0) {
-        DRV_ERR("cfg_inner_del_conf_byfd: delete cfg error! ret[%d] phy_id[%u]", ret,
-                route.section);
+        DRV_ERR("cfg_inner_del_conf_byfd: delete cfg error! ret[%d] logic_id[%u]", ret, logic_id);
         return ret;
     }
     return kOk;
@@ -345,8 +345,8 @@ struct FreeDeleter {
 
 // A gateway that does not convert lies in no segment and goes as well.
 [[nodiscard]] int32_t tool_del_not_segment_route_by_fd(FILE *stream, const SavedRoute &route,
-                                                       uint32_t address, uint32_t netmask,
-                                                       bool *removed)
+                                                       uint32_t logic_id, uint32_t address,
+                                                       uint32_t netmask, bool *removed)
 {
     uint32_t gw = 0;
     if (tool_inet_pton_ipv4_address(route.text.gateway, &gw) == kOk &&
@@ -354,7 +354,7 @@ struct FreeDeleter {
         return kOk;
     DRV_WARN("route gateway[%s] not in segment, delete it", route.text.gateway);
     *removed = true;
-    return tool_del_route_by_fd(stream, route);
+    return tool_del_route_by_fd(stream, route, logic_id);
 }
 
 [[nodiscard]] int32_t tool_select_action_for_route(FILE *stream, const cmd_parse_info *info,
@@ -368,9 +368,10 @@ struct FreeDeleter {
         return tool_recover_single_route(info->logic_id, route.text);
     case RouteAction::kDelete:
         *removed = true;
-        return tool_del_route_by_fd(stream, route);
+        return tool_del_route_by_fd(stream, route, info->logic_id);
     case RouteAction::kDelOutsideSegment:
-        return tool_del_not_segment_route_by_fd(stream, route, address, netmask, removed);
+        return tool_del_not_segment_route_by_fd(stream, route, info->logic_id, address, netmask,
+                                                removed);
     }
     return kErrParamInvalid;
 }
