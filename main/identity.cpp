@@ -65,9 +65,12 @@ int vorn_get_usr_ip()
         return kOk;
     }
     size_t len = static_cast<size_t>(blank - client);
+    // A 32-character head cannot be an IPv4 address (an IPv6 one can): record it as such
+    // rather than refuse to run for the administrator behind it.
     if (len >= kIdentityLen) {
         DRV_ERR("client address copy fail. (len=%zu)", len);
-        return kErrSysCopy;
+        set_ip_text("Invalid IP");
+        return kOk;
     }
     memcpy(g_vorn_usr_ip, client, len);
     g_vorn_usr_ip[len] = '\0';

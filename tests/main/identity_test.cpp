@@ -28,6 +28,7 @@ TEST_F(IdentityTest, ClientAddressFollowsSshClientRules)
         {"fe80::1 5555 22", "Invalid IP"},
         {"10.1.1.1", "Error IP"},
         {"10.1.1.300 5555 22", "Invalid IP"},
+        {"2001:db8:1234:5678:9abc:def0:1:2 5555 22", "Invalid IP"}, // 32 characters
     };
     for (const Case &c : cases) {
         if (c.ssh_client == nullptr)
