@@ -374,9 +374,11 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
         DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
         return kCfgErrWrite;
     }
-    ret = fputs(buffer, stream);
-    if (ret < 0 || fflush(stream) != 0)
-        DRV_ERR("fputs fail, ret_val:%d, fd:%d, errno:%d", ret, fd, errno);
+    // Written by length, not as a C string: a stray zero byte in a damaged file must not cut
+    // off the lines after it, the new one included.
+    const size_t written = fwrite(buffer, 1, used, stream);
+    if (written != used || fflush(stream) != 0)
+        DRV_ERR("fputs fail, ret_val:%d, fd:%d, errno:%d", static_cast<int>(written), fd, errno);
     return 0;
 }
 
@@ -392,7 +394,14 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
     for (;;) {
         if (fgets(line, sizeof(line), stream) == nullptr)
             break;
-        const size_t len = strlen(line);
+        // The bytes fgets consumed, counted by position: a zero byte inside the line would make
+        // strlen short and shift every later line.
+        const long after = ftell(stream);
+        if (after < read_pos) {
+            DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, static_cast<int>(after), errno);
+            return kCfgErrDelete;
+        }
+        const size_t len = static_cast<size_t>(after - read_pos);
         const bool moved = read_pos != write_pos;
         if (moved) {
             int ret = fseek(stream, write_pos, SEEK_SET);
@@ -400,7 +409,7 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
                 DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
                 return kCfgErrDelete;
             }
-            if (fputs(line, stream) < 0)
+            if (fwrite(line, 1, len, stream) != len)
                 DRV_ERR("fputs fail, fd:%d, errno:%d", fd, errno);
         }
         // Substring match: the key anywhere in the line drops it (mtu_1 also drops mtu_10).

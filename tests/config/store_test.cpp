@@ -114,6 +114,16 @@ TEST_F(StoreTest, LinesLongerThanLineBufferSurviveWholeAndDoNotHideKeys)
     EXPECT_EQ(conf(), long_line + long_line);
 }
 
+TEST_F(StoreTest, ZeroByteInDamagedFileCutsOffNoLaterLine)
+{
+    const std::string damaged = std::string("a_1=x\0y\n", 8) + "mtu_1=1500\nkeep_2=b\n";
+    put(damaged);
+    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "new_3", "z"), 0);
+    EXPECT_EQ(conf(), damaged + "new_3=z\n");
+    EXPECT_EQ(cfg_inner_del_conf(path_.c_str(), "mtu_1"), 0);
+    EXPECT_EQ(conf(), std::string("a_1=x\0y\n", 8) + "keep_2=b\nnew_3=z\n");
+}
+
 TEST_F(StoreTest, MissingFileFailsEveryOperationWithoutCreatingIt)
 {
     int ret = -1;
