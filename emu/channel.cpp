@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include <openssl/crypto.h>
-
 #include "emu/firmware.hpp"
 
 namespace kopa_emu
@@ -41,7 +39,7 @@ std::map<std::pair<uint32_t, uint32_t>, Exchange> &exchanges()
 void wipe(std::vector<uint8_t> &bytes)
 {
     if (!bytes.empty())
-        OPENSSL_cleanse(bytes.data(), bytes.size());
+        explicit_bzero(bytes.data(), bytes.size());
     bytes.clear();
 }
 

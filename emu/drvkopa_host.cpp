@@ -7,8 +7,6 @@
 #include <cstring>
 #include <optional>
 
-#include <openssl/crypto.h>
-
 #include "emu/channel.hpp"
 #include "emu/state.hpp"
 
@@ -189,7 +187,7 @@ int kopa_cmd_get_network_device_info(unsigned int logic_id, void *req, unsigned 
     }
     if (rsp_len != nullptr)
         *rsp_len = len;
-    OPENSSL_cleanse(in.info, sizeof in.info); // the payload may be part of a TLS record
+    explicit_bzero(in.info, sizeof in.info); // the payload may be part of a TLS record
 
     if (s.journal_enabled()) {
         rec.ret = ret;
@@ -199,7 +197,7 @@ int kopa_cmd_get_network_device_info(unsigned int logic_id, void *req, unsigned 
         rec.data_len = out.data_len;
         s.journal_append(rec);
     }
-    OPENSSL_cleanse(out.info, sizeof out.info);
+    explicit_bzero(out.info, sizeof out.info);
     const int saved = s.commit();
     return (saved != 0 && ret == 0) ? saved : ret;
 }

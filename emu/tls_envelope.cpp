@@ -311,3 +311,21 @@ int32_t install_tls_cfg(const std::string &dir, uint32_t logic_id, const uint8_t
 }
 
 } // namespace kopa_emu
+
+// The plugin's entry points (see emu/tls_plugin.h): the only symbols it exports.
+extern "C" __attribute__((visibility("default"))) int32_t
+kopa_emu_tls_public_key(const char *dir, uint32_t logic_id, kopa_envelope_pub_key *out)
+{
+    if (dir == nullptr || out == nullptr)
+        return -5;
+    return kopa_emu::envelope_public_key(dir, logic_id, *out);
+}
+
+extern "C" __attribute__((visibility("default"))) int32_t
+kopa_emu_tls_install(const char *dir, uint32_t logic_id, const uint8_t *blob,
+                     kopa_emu::DeviceState *dev)
+{
+    if (dir == nullptr || blob == nullptr || dev == nullptr)
+        return KOPA_RESULT_TLS_ILLEGAL;
+    return kopa_emu::install_tls_cfg(dir, logic_id, blob, *dev);
+}
