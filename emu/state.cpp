@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 
 namespace kopa_emu
 {
@@ -71,6 +70,26 @@ int write_bytes(const std::string &path, const void *data, size_t len, mode_t mo
     if (ftruncate(fd.get(), static_cast<off_t>(len)) != 0)
         return -errno;
     return 0;
+}
+
+/// Creates `dir` and its missing parents (mode 0755); 0 or a negative errno value.
+int make_directories(const std::string &dir)
+{
+    std::string path = dir;
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    for (size_t pos = path.find('/', 1);; pos = path.find('/', pos + 1)) {
+        const std::string part = path.substr(0, pos);
+        if (!part.empty() && mkdir(part.c_str(), 0755) != 0 && errno != EEXIST)
+            return -errno;
+        if (pos == std::string::npos)
+            break;
+    }
+    struct stat st {
+    };
+    if (stat(path.c_str(), &st) != 0)
+        return -errno;
+    return S_ISDIR(st.st_mode) ? 0 : -ENOTDIR;
 }
 
 std::string read_text(const std::string &path)
@@ -200,10 +219,8 @@ DeviceState default_device(uint32_t logic_id)
 
 int init_host(const std::string &dir, const InitOptions &options)
 {
-    std::error_code ec;
-    std::filesystem::create_directories(dir, ec);
-    if (ec)
-        return -ec.value();
+    if (int rc = make_directories(dir); rc != 0)
+        return rc;
     if (options.devices > KOPA_MAX_DEVICES)
         return -EINVAL;
     if (!options.phy_ids.empty() && options.phy_ids.size() != options.devices)
@@ -235,10 +252,7 @@ int init_host(const std::string &dir, const InitOptions &options)
 
 Session::Session(std::string dir) : dir_(std::move(dir))
 {
-    struct stat st {
-    };
-    if (stat(dir_.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        return;
+    // A missing directory or a file in its place fails the open (ENOENT, ENOTDIR): uninitialised.
     lock_fd_ = open(state_path(dir_, "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
     if (lock_fd_ < 0)
         return;
