@@ -182,8 +182,9 @@ void time_text(const ASN1_TIME *t, char (&out)[26])
     char buf[32] = {};
     if (t == nullptr || ASN1_TIME_to_tm(t, &tm) != 1 || asctime_r(&tm, buf) == nullptr)
         return;
-    buf[strcspn(buf, "\n")] = '\0';
-    snprintf(out, sizeof out, "%s", buf);
+    // "Sun Nov 22 02:01:16 2026" is 24 characters; the field holds 25 and the terminator.
+    size_t len = strcspn(buf, "\n");
+    memcpy(out, buf, len < sizeof out - 1 ? len : sizeof out - 1);
 }
 
 void fill_info(kopa_tls_cert_info &info, const DeviceState &dev, X509_NAME *issuer,

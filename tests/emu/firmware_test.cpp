@@ -174,13 +174,15 @@ TEST_F(EmuFirmwareTest, SetsAreReadBackAndOutOfRangeValuesRefused)
     EXPECT_EQ(send_record(1, KOPA_OP_set_mtu, kopa_mtu_record{0, 67}).result, -22);
     kopa_mtu_record mtu{};
     memcpy(&mtu, send_command(1, KOPA_OP_get_mtu, nullptr, 0, 5).out.data(), sizeof mtu);
-    EXPECT_EQ(mtu.mtu, 9000u);
+    const uint32_t mtu_value = mtu.mtu;  // packed field: copy before binding a reference
+    EXPECT_EQ(mtu_value, 9000u);
 
     EXPECT_EQ(send_record(1, KOPA_OP_set_roce_port, kopa_roce_port_record{0, 4096}).result, -22);
     EXPECT_EQ(send_record(1, KOPA_OP_set_roce_port, kopa_roce_port_record{0, 5000}).result, 0);
     kopa_roce_port_record port{};
     memcpy(&port, send_command(1, KOPA_OP_get_roce_port, nullptr, 0, 6).out.data(), sizeof port);
-    EXPECT_EQ(port.udp_port, 5000u);
+    const uint32_t udp_port = port.udp_port;
+    EXPECT_EQ(udp_port, 5000u);
 
     EXPECT_EQ(send_record(1, KOPA_OP_set_netdev_link, kopa_link_set_record{0, 0, 0}).result, 0);
     EXPECT_EQ(send_command(1, KOPA_OP_get_netdev_link, nullptr, 0, 4).out,
