@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
@@ -39,19 +40,12 @@ int32_t tool_get_vnic_ipaddr(uint32_t logic_id, char *ip, char *netmask)
 
 int32_t tool_lldp_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc == 0) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    if (strcmp(argv[0], "-g") != 0) {
-        RUN_LOG_PROMPT("Invalid option.\n");
-        fprintf(stderr, "Get unknown option.\n");
-        return kErrUnknownOption;
-    }
-    if (argc != 1) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc == 0)
+        return cmd_err_argc(argc);
+    if (strcmp(argv[0], "-g") != 0)
+        return cmd_err_unknown_option("Invalid option.\n", "Get unknown option.\n");
+    if (argc != 1)
+        return cmd_err_argc(argc);
     int ret = kopa_lldp_get_neighbor_info(info->logic_id);
     if (ret != 0) {
         DRV_ERR("kopa get lldptool fail! ret[%d] logic_id[%u]", ret, info->logic_id);
@@ -62,19 +56,12 @@ int32_t tool_lldp_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 
 int32_t tool_vnic_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc == 0) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    if (strcmp(argv[0], "-g") != 0) {
-        RUN_LOG_PROMPT("invalid operation\n");
-        fprintf(stderr, "Get unknown option!\n");
-        return kErrUnknownOption;
-    }
-    if (argc != 1) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc == 0)
+        return cmd_err_argc(argc);
+    if (strcmp(argv[0], "-g") != 0)
+        return cmd_err_unknown_option("invalid operation\n", "Get unknown option!\n");
+    if (argc != 1)
+        return cmd_err_argc(argc);
     uint32_t link = 0;
     int ret = kopa_get_vnic_status(info->logic_id, kVnicPort, &link);
     if (ret != 0) {

@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "commands/conf_item.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -104,10 +104,8 @@ int32_t tool_mac_filter_check(const char *text)
 
 int32_t tool_get_mac(int argc, char ** /*argv*/, cmd_parse_info *info)
 {
-    if (argc != 1) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc != 1)
+        return cmd_err_argc(argc);
     uint8_t mac[kMacLen] = {};
     int ret = kopa_get_mac_address(info->logic_id, kNetPort, mac);
     if (ret != 0) {
@@ -122,16 +120,11 @@ int32_t tool_get_mac(int argc, char ** /*argv*/, cmd_parse_info *info)
 int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info)
 {
     RUN_LOG_CONFIG("start to set mac address of logic_id[%u]\n", info->logic_id);
-    if (argc != 2) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    if (strcmp(argv[0], "mac") != 0) {
-        DRV_ERR("Invalid option.");
-        DRV_ERR("Get unknown option, do you mean mac");
-        fprintf(stderr, "Get unknown option, do you mean mac\n");
-        return kErrUnknownOption;
-    }
+    if (argc != 2)
+        return cmd_err_argc(argc);
+    if (strcmp(argv[0], "mac") != 0)
+        return cmd_err_unknown_option_drv("Invalid option.",
+                                          "Get unknown option, do you mean mac\n");
     const char *text = argv[1];
     if (strlen(text) != kMacTextLen) {
         DRV_ERR("Check para lenth err.");
@@ -156,22 +149,16 @@ int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info)
 
 int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc == 0) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc == 0)
+        return cmd_err_argc(argc);
     if (strcmp(argv[0], "-g") == 0) {
         int32_t ret = tool_get_mac(argc, argv, info);
         if (ret != kOk)
             DRV_ERR("tool_get_mac fail, ret:%d", ret);
         return ret;
     }
-    if (strcmp(argv[0], "-s") != 0) {
-        DRV_ERR("Invalid option.");
-        DRV_ERR("Get unknown option.");
-        fprintf(stderr, "Get unknown option.\n");
-        return kErrUnknownOption;
-    }
+    if (strcmp(argv[0], "-s") != 0)
+        return cmd_err_unknown_option_drv("Invalid option.", "Get unknown option.\n");
     int32_t ret = tool_set_mac(argc - 1, argv + 1, info);
     if (ret != kOk) {
         DRV_ERR("set mac failed, logic_id[%u]", info->logic_id);
@@ -191,11 +178,8 @@ int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_mac_addr_recovery(cmd_parse_info *info)
 {
     char value[kMacValueSize] = {};
-    int ret = tool_conf_read_item(info->phy_id, kMacItem, value, sizeof(value));
-    if (ret != 0) {
-        DRV_DBG("mac_addr do not need recover cfg [%d]", ret);
+    if (!cmd_replay_read(info->phy_id, kMacItem, "mac_addr", value, sizeof(value)))
         return kOk;
-    }
     DRV_DBG("mac_addr need recover cfg");
     char keyword[] = "mac";
     char *args[] = {keyword, value};

@@ -5,11 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "commands/conf_item.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
-#include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
@@ -35,15 +34,11 @@ int32_t tool_get_mtu(uint32_t logic_id)
 
 int32_t tool_mtu_set_cmd(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc != 3) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    if (strcmp(argv[1], "size") != 0) {
-        RUN_LOG_PROMPT("invalid option\n");
-        fprintf(stderr, "Get unknown option , do you mean size\n");
-        return kErrUnknownOption;
-    }
+    if (argc != 3)
+        return cmd_err_argc(argc);
+    if (strcmp(argv[1], "size") != 0)
+        return cmd_err_unknown_option("invalid option\n",
+                                      "Get unknown option , do you mean size\n");
     RUN_LOG_CONFIG("start to set mtu of logic_id[%u]\n", info->logic_id);
     int32_t ret = tool_set_mtu(info, argv[2]);
     if (ret != kOk) {
@@ -51,14 +46,9 @@ int32_t tool_mtu_set_cmd(int argc, char **argv, cmd_parse_info *info)
         return ret;
     }
     // The device keeps the new MTU even when it cannot be saved.
-    ret = cfg_write_conf(info->phy_id, kMtuItem, argv[2]);
-    if (ret != 0) {
-        DRV_ERR("write cfg error[%d], phy_id[%u]", ret, info->phy_id);
-        fprintf(stderr, "Failed to write the MTU to the config file, and user configurations "
-                        "cannot be persisted.\n");
-        return ret;
-    }
-    return kOk;
+    return cmd_save_item(info->phy_id, kMtuItem, argv[2],
+                         "Failed to write the MTU to the config file, and user configurations "
+                         "cannot be persisted.\n");
 }
 
 int32_t tool_link_set_shutdown(uint32_t logic_id)
@@ -130,21 +120,14 @@ int32_t tool_set_mtu(cmd_parse_info *info, const char *text)
 
 int32_t tool_mtu_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc == 0) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc == 0)
+        return cmd_err_argc(argc);
     if (strcmp(argv[0], "-s") == 0)
         return tool_mtu_set_cmd(argc, argv, info);
-    if (strcmp(argv[0], "-g") != 0) {
-        RUN_LOG_PROMPT("invalid operation\n");
-        fprintf(stderr, "Get unknown option!\n");
-        return kErrUnknownOption;
-    }
-    if (argc != 1) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (strcmp(argv[0], "-g") != 0)
+        return cmd_err_unknown_option("invalid operation\n", "Get unknown option!\n");
+    if (argc != 1)
+        return cmd_err_argc(argc);
     int32_t ret = tool_get_mtu(info->logic_id);
     if (ret != kOk)
         DRV_ERR("tool get mtu failed ret %d'", ret);
@@ -153,31 +136,22 @@ int32_t tool_mtu_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 
 int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc == 0) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc == 0)
+        return cmd_err_argc(argc);
     bool is_set = strcmp(argv[0], "-s") == 0;
-    if (!is_set && strcmp(argv[0], "-g") != 0) {
-        RUN_LOG_PROMPT("tool_link_cmd_execute invalid operation\n");
-        fprintf(stderr, "Get unknown option!\n");
-        return kErrUnknownOption;
-    }
-    if (argc != (is_set ? 2 : 1)) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (!is_set && strcmp(argv[0], "-g") != 0)
+        return cmd_err_unknown_option("tool_link_cmd_execute invalid operation\n",
+                                      "Get unknown option!\n");
+    if (argc != (is_set ? 2 : 1))
+        return cmd_err_argc(argc);
     if (!is_set) {
         int32_t ret = tool_link_get_linkstatus(info->logic_id);
         if (ret != kOk)
             DRV_ERR("tool_link_get_linkstatus fail, ret:%d, logic_id:%u", ret, info->logic_id);
         return ret;
     }
-    if (strcmp(argv[1], "down") != 0) {
-        RUN_LOG_PROMPT("invalid option\n");
-        fprintf(stderr, "Get unknown option, do you mean down\n");
-        return kErrUnknownOption;
-    }
+    if (strcmp(argv[1], "down") != 0)
+        return cmd_err_unknown_option("invalid option\n", "Get unknown option, do you mean down\n");
     RUN_LOG_CONFIG("start to shutdown link of logic_id[%u]\n", info->logic_id);
     int32_t ret = tool_link_set_shutdown(info->logic_id);
     if (ret != kOk)
@@ -188,11 +162,8 @@ int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_mtu_recovery(cmd_parse_info *info)
 {
     char value[kMtuValueSize] = {};
-    int ret = tool_conf_read_item(info->phy_id, kMtuItem, value, sizeof(value));
-    if (ret != 0) {
-        DRV_DBG("mtu do not need recover cfg [%d]", ret);
+    if (!cmd_replay_read(info->phy_id, kMtuItem, "mtu", value, sizeof(value)))
         return kOk;
-    }
     DRV_DBG("mtu address need recover cfg");
     int32_t set_ret = tool_set_mtu(info, value);
     if (set_ret != kOk)

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "log/driver_log.hpp"
 #include "main/result.hpp"
@@ -27,16 +28,10 @@ const NetHealthStatus g_net_health_status[kNetHealthCount] = {
 
 int32_t tool_net_health_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc != 1) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    if (strcmp(argv[0], "-g") != 0) {
-        DRV_ERR("invalid operation");
-        DRV_ERR("Get unknown option!");
-        fprintf(stderr, "Get unknown option!\n");
-        return kErrUnknownOption;
-    }
+    if (argc != 1)
+        return cmd_err_argc(argc);
+    if (strcmp(argv[0], "-g") != 0)
+        return cmd_err_unknown_option_drv("invalid operation", "Get unknown option!\n");
     unsigned int status = 0;
     int ret = kopa_get_network_health(info->logic_id, &status);
     // A status beyond the table is as much a failure as a refused call.

@@ -4,11 +4,10 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "commands/conf_item.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
-#include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
@@ -35,10 +34,8 @@ int32_t tool_get_roce_port(uint32_t logic_id)
 
 int32_t tool_roce_port_set_cmd(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc != 3) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc != 3)
+        return cmd_err_argc(argc);
     if (strcmp(argv[1], "port") != 0) {
         DRV_ERR("invalid option");
         fprintf(stderr, "Get unknown option, do you mean port\n");
@@ -51,14 +48,9 @@ int32_t tool_roce_port_set_cmd(int argc, char **argv, cmd_parse_info *info)
         return ret;
     }
     // The device keeps the new port even when it cannot be saved.
-    ret = cfg_write_conf(info->phy_id, kRocePortItem, argv[2]);
-    if (ret != 0) {
-        DRV_ERR("write cfg error[%d], phy_id[%u]", ret, info->phy_id);
-        fprintf(stderr, "Failed to write the ROCE port to config file. User configurations "
-                        "cannot be persisted.\n");
-        return ret;
-    }
-    return kOk;
+    return cmd_save_item(info->phy_id, kRocePortItem, argv[2],
+                         "Failed to write the ROCE port to config file. User configurations "
+                         "cannot be persisted.\n");
 }
 
 }  // namespace
@@ -85,21 +77,14 @@ int32_t tool_set_roce_port(cmd_parse_info *info, const char *text)
 
 int32_t tool_roce_port_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc == 0) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc == 0)
+        return cmd_err_argc(argc);
     if (strcmp(argv[0], "-s") == 0)
         return tool_roce_port_set_cmd(argc, argv, info);
-    if (strcmp(argv[0], "-g") != 0) {
-        RUN_LOG_PROMPT("invalid operation\n");
-        fprintf(stderr, "Get unknown option!\n");
-        return kErrUnknownOption;
-    }
-    if (argc != 1) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (strcmp(argv[0], "-g") != 0)
+        return cmd_err_unknown_option("invalid operation\n", "Get unknown option!\n");
+    if (argc != 1)
+        return cmd_err_argc(argc);
     int32_t ret = tool_get_roce_port(info->logic_id);
     if (ret != kOk)
         DRV_ERR("tool get roce_port failed ret %d'", ret);
@@ -109,11 +94,8 @@ int32_t tool_roce_port_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_roce_port_recovery(cmd_parse_info *info)
 {
     char value[kRocePortValueSize] = {};
-    int ret = tool_conf_read_item(info->phy_id, kRocePortItem, value, sizeof(value));
-    if (ret != 0) {
-        DRV_DBG("roce_port do not need recover cfg [%d]", ret);
+    if (!cmd_replay_read(info->phy_id, kRocePortItem, "roce_port", value, sizeof(value)))
         return kOk;
-    }
     DRV_DBG("roce_port need recover cfg");
     int32_t set_ret = tool_set_roce_port(info, value);
     if (set_ret != kOk)

@@ -167,6 +167,45 @@ TEST_F(PortCommandsTest, QueriesPrintDeviceState)
     EXPECT_EQ(sb_.conf(), "");
 }
 
+TEST_F(PortCommandsTest, RefusalsAreLoggedUnderTheRefusingHandler)
+{
+    struct Case {
+        std::vector<std::string> args;
+        std::string driver, run;  // regexes; "" when that log must not name the handler
+    };
+    const Case cases[] = {
+        {{"-mtu"}, "\\[tool_mtu_cmd_execute \\d+\\]err argc\\[0\\]\n", ""},
+        {{"-mtu", "-s", "size"}, "\\[tool_mtu_set_cmd \\d+\\]err argc\\[2\\]\n", ""},
+        {{"-mtu", "-x"}, "", "PROMPT MINOR .* mtu_link\\.cpp:\\d+ >>> invalid operation\n"},
+        {{"-link", "-s", "up"}, "", "PROMPT MINOR .* mtu_link\\.cpp:\\d+ >>> invalid option\n"},
+        {{"-udp", "-g", "x"}, "\\[tool_roce_port_cmd_execute \\d+\\]err argc\\[2\\]\n", ""},
+        {{"-vnic", "-s"}, "", "PROMPT MINOR .* lldp_vnic\\.cpp:\\d+ >>> invalid operation\n"},
+        {{"-mac", "-s", "address", "00:11:22:33:44:55"},
+         "\\[tool_set_mac \\d+\\]Invalid option\\.\n.*\\[tool_set_mac \\d+\\]Get unknown option, "
+         "do you mean mac\n",
+         ""},
+        {{"-net_health", "-s"},
+         "\\[tool_net_health_cmd_execute \\d+\\]invalid operation\n", ""},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.args[0] + " " + c.args.back());
+        std::filesystem::remove(sb_.emu_dir() + "/driver.log");
+        std::filesystem::remove(sb_.run_log_path());
+        ProcResult r = run(c.args);
+        EXPECT_NE(r.status, 0);
+        std::string drv = sb_.driver_log(), log = sb_.run_log();
+        if (!c.driver.empty()) {
+            EXPECT_TRUE(std::regex_search(drv, std::regex(c.driver))) << drv;
+        }
+        if (!c.run.empty()) {
+            EXPECT_TRUE(std::regex_search(log, std::regex(c.run))) << log;
+        }
+        // Helpers never stand in for the handler in either log.
+        EXPECT_EQ(drv.find("[cmd_"), std::string::npos) << drv;
+        EXPECT_EQ(log.find("cmd_common.cpp"), std::string::npos) << log;
+    }
+}
+
 TEST_F(PortCommandsTest, DeviceRefusalPrintsPermissionLineAndSavesNothing)
 {
     ASSERT_EQ(sb_.emu({"fault", "add", "--op", "set_mtu", "--result", "-13"}).status, 0);
