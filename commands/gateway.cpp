@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "commands/conf_item.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
@@ -192,10 +193,8 @@ struct HwGateway {
 
 [[nodiscard]] int32_t tool_ip_get_gateway(char **argv, char *gateway)
 {
-    if (strcmp(argv[1], "gateway") != 0) {
-        fprintf(stderr, "Get unknown cmd, do you mean gateway\n");
-        return kErrUnknownOption;
-    }
+    if (strcmp(argv[1], "gateway") != 0)
+        return cmd_err_unknown_option(nullptr, "Get unknown cmd, do you mean gateway\n");
     size_t len = strlen(argv[2]);
     if (len >= kIpTextSize) {
         DRV_ERR("memcpy_s gateway fail[%d], dlen[%d], slen[%u]", ERANGE, kIpTextSize,
@@ -276,19 +275,13 @@ struct HwGateway {
 
 int32_t tool_gateway_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc <= 0 || argv == nullptr || info == nullptr) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc <= 0 || argv == nullptr || info == nullptr)
+        return cmd_err_argc(argc);
     bool set = strcmp(argv[0], "-s") == 0;
-    if (!set && strcmp(argv[0], "-g") != 0) {
-        fprintf(stderr, "Get unknown option!\n");
-        return kErrUnknownOption;
-    }
-    if (argc != (set ? 3 : 1)) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (!set && strcmp(argv[0], "-g") != 0)
+        return cmd_err_unknown_option(nullptr, "Get unknown option!\n");
+    if (argc != (set ? 3 : 1))
+        return cmd_err_argc(argc);
     return set ? tool_inner_gateway_set_execute(argv, info) : tool_get_gateway(info->logic_id);
 }
 
@@ -296,14 +289,11 @@ int32_t tool_gateway_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_gateway_recovery(cmd_parse_info *info)
 {
     char text[kIpTextSize] = {};
-    int ret = tool_conf_read_item(info->phy_id, "gateway", text, sizeof(text));
-    if (ret != 0) {
-        DRV_DBG("gateway do not need recover cfg [%d]", ret);
+    if (!cmd_replay_read(info->phy_id, "gateway", "gateway", text, sizeof(text)))
         return kOk;
-    }
     DRV_DBG("gateway need recover cfg");
     uint32_t gw = 0;
-    ret = tool_inet_pton_ipv4_address(text, &gw);
+    int ret = tool_inet_pton_ipv4_address(text, &gw);
     if (ret != kOk) {
         fprintf(stderr, "The gateway is invalid!\n");
         DRV_ERR("Tool inet pton ipv4 address fail. (ret=%d; gateway_ip=0x%x)", ret, gw);

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "commands/conf_item.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -59,8 +60,8 @@ struct IpText {
         } else if (strcmp(argv[i], "netmask") == 0) {
             ret = copy_ip_word(ip->netmask, argv[i + 1], "netmask");
         } else {
-            fprintf(stderr, "Get unknown cmd, do you mean address or netmask\n");
-            ret = kErrUnknownOption;
+            ret = cmd_err_unknown_option(nullptr,
+                                         "Get unknown cmd, do you mean address or netmask\n");
         }
         if (ret != kOk)
             return ret;
@@ -280,10 +281,8 @@ bool is_ipaddr_conflict(uint32_t logic_id, const char *address, const char *netm
 
 int32_t tool_ip_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc <= 0 || argv == nullptr || info == nullptr) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc <= 0 || argv == nullptr || info == nullptr)
+        return cmd_err_argc(argc);
     if (strcmp(argv[0], "-s") == 0) {
         if (argc != 5) {
             DRV_ERR("err ip set cmd argc[%d]", argc);
@@ -298,8 +297,7 @@ int32_t tool_ip_cmd_execute(int argc, char **argv, cmd_parse_info *info)
         }
         return tool_get_device_ipaddr(info->logic_id);
     }
-    fprintf(stderr, "Get unknown option.\n");
-    return kErrUnknownOption;
+    return cmd_err_unknown_option(nullptr, "Get unknown option.\n");
 }
 
 int32_t tool_cfg_ip_recovery(cmd_parse_info *info)

@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "commands/conf_item.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
@@ -45,14 +45,10 @@ constexpr uint32_t kIpTextSize = 20;
 
 [[nodiscard]] int32_t tool_set_netdetect(int argc, char **argv, const cmd_parse_info *info)
 {
-    if (argc != 3) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    if (strcmp(argv[1], "address") != 0) {
-        fprintf(stderr, "Get unknown cmd, do you mean address.\n");
-        return kErrUnknownOption;
-    }
+    if (argc != 3)
+        return cmd_err_argc(argc);
+    if (strcmp(argv[1], "address") != 0)
+        return cmd_err_unknown_option(nullptr, "Get unknown cmd, do you mean address.\n");
     char text[kIpTextSize] = {};
     size_t len = strlen(argv[2]);
     if (len >= kIpTextSize) {
@@ -83,10 +79,8 @@ constexpr uint32_t kIpTextSize = 20;
 
 [[nodiscard]] int32_t tool_get_netdetect(int argc, const cmd_parse_info *info)
 {
-    if (argc != 1) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc != 1)
+        return cmd_err_argc(argc);
     uint32_t address = 0;
     int ret = kopa_get_net_detect_ip_address(info->logic_id, 0, &address);
     if (ret != 0) {
@@ -108,10 +102,8 @@ constexpr uint32_t kIpTextSize = 20;
 
 int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
-    if (argc <= 0 || argv == nullptr || info == nullptr) {
-        DRV_ERR("err argc[%d]", argc);
-        return kErrArgCount;
-    }
+    if (argc <= 0 || argv == nullptr || info == nullptr)
+        return cmd_err_argc(argc);
     int32_t ret;
     if (strcmp(argv[0], "-s") == 0) {
         ret = tool_set_netdetect(argc, argv, info);
@@ -122,8 +114,7 @@ int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
         if (ret != kOk)
             DRV_ERR("tool_get_netdetect fail, ret:%d", ret);
     } else {
-        fprintf(stderr, "Get unknown option.\n");
-        ret = kErrUnknownOption;
+        ret = cmd_err_unknown_option(nullptr, "Get unknown option.\n");
     }
     return ret;
 }
@@ -131,13 +122,10 @@ int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_netdetect_recovery(cmd_parse_info *info)
 {
     char text[kIpTextSize] = {};
-    int ret = tool_conf_read_item(info->phy_id, "netdetect", text, sizeof(text));
-    if (ret != 0) {
-        DRV_DBG("netdetect address do not need recover cfg [%d]", ret);
+    if (!cmd_replay_read(info->phy_id, "netdetect", "netdetect address", text, sizeof(text)))
         return kOk;
-    }
     DRV_DBG("netdetect address need recover cfg");
-    ret = tool_netdetect_set_address(info->logic_id, text);
+    int32_t ret = tool_netdetect_set_address(info->logic_id, text);
     if (ret != kOk)
         DRV_ERR("netdetect set address fail ret[%d] logic_id[%u]", ret, info->logic_id);
     return ret;

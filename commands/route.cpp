@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 
+#include "commands/cmd_common.hpp"
 #include "commands/conf_item.hpp"
 #include "commands/handlers.hpp"
 #include "commands/ip_conflict.hpp"
@@ -497,8 +498,7 @@ int32_t tool_route_table_cmd_execute(int argc, char **argv, cmd_parse_info *info
         int32_t ret = tool_check_argc_clear_route(argc);
         return ret != kOk ? ret : tool_clear_route_table(info);
     }
-    fprintf(stderr, "Get unknown option!\n");
-    return kErrUnknownOption;
+    return cmd_err_unknown_option(nullptr, "Get unknown option!\n");
 }
 
 int32_t tool_cfg_route_recovery(cmd_parse_info *info)
