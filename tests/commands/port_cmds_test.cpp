@@ -74,8 +74,12 @@ TEST_F(PortCommandsTest, SettingsAtTheirBoundsReachDeviceFileAndGet)
         {{"-mac", "-s", "mac", "aB:cD:eF:01:23:45"}, "mac", "ab:cd:ef:01:23:45",
          "mtu_0=9702\nmac_addr_0=aB:cD:eF:01:23:45\n", "mac addr: ab:cd:ef:01:23:45\n",
          "start to set mac address of logic_id\\[0\\]"},
+        // The reserved texts compare case-sensitively: a mixed-case broadcast passes.
+        {{"-mac", "-s", "mac", "ff:FF:ff:FF:ff:FF"}, "mac", "ff:ff:ff:ff:ff:ff",
+         "mtu_0=9702\nmac_addr_0=ff:FF:ff:FF:ff:FF\n", "mac addr: ff:ff:ff:ff:ff:ff\n",
+         "start to set mac address of logic_id\\[0\\]"},
         {{"-udp", "-s", "port", "65535"}, "udp-port", "65535",
-         "mtu_0=9702\nmac_addr_0=aB:cD:eF:01:23:45\nroce_port_0=65535\n", "udp_port:65535\n",
+         "mtu_0=9702\nmac_addr_0=ff:FF:ff:FF:ff:FF\nroce_port_0=65535\n", "udp_port:65535\n",
          "start to set roce_port of logic_id\\[0\\]"},
     };
     for (const Case &c : cases) {
