@@ -352,6 +352,14 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
             return ret;
     }
 
+    // A last line without its newline (a hand-edited file) gets one: else the new line would
+    // be glued to it, and both would be lost.
+    if (used > 0 && buffer[used - 1] != '\n') {
+        int ret = append_line(buffer, buffer_size, &used, "\n", 1);
+        if (ret != 0)
+            return ret;
+    }
+
     char new_line[kCfgLineSize];
     int n = snprintf(new_line, sizeof(new_line), "%s=%s\n", key, value);
     if (n < 0 || static_cast<size_t>(n) >= sizeof(new_line)) {
