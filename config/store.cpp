@@ -149,12 +149,15 @@ class PieceReader
 
     /// The next piece in [*data, *data + *len), newline included; false at end of file.
     bool next(const char **data, size_t *len);
+    /// True when the scan ended on a read error rather than at the end of the file.
+    bool failed() const { return failed_; }
 
   private:
     FILE *stream_;
     size_t begin_ = 0;
     size_t end_ = 0;
     bool eof_ = false;
+    bool failed_ = false;
     char buf_[kChunkSize];
 };
 
@@ -179,9 +182,13 @@ bool PieceReader::next(const char **data, size_t *len)
         end_ = avail;
         const size_t got = fread_unlocked(buf_ + end_, 1, sizeof(buf_) - end_, stream_);
         end_ += got;
-        // A read error ends the scan like the end of the file, as it would for fgets.
-        if (got == 0)
+        // A read error ends the scan too, but is remembered: the caller must not take a file
+        // it could not read (a directory in its place) for one that lacks the key, nor
+        // rewrite it from the part it read.
+        if (got == 0) {
             eof_ = true;
+            failed_ = ferror(stream_) != 0;
+        }
     }
 }
 
@@ -326,6 +333,10 @@ int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out, uin
         value_out[value_len] = '\0';
         return 0;
     }
+    if (reader.failed()) {
+        DRV_ERR("vorn.conf read fail errno[%d]", errno);
+        return kCfgErrRead;
+    }
     return kCfgErrNotFound;
 }
 
@@ -350,6 +361,10 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
         int ret = append_line(buffer, buffer_size, &used, line, len);
         if (ret != 0)
             return ret;
+    }
+    if (reader.failed()) {
+        DRV_ERR("vorn.conf read fail errno[%d]", errno);
+        return kCfgErrWrite;
     }
 
     // A last line without its newline (a hand-edited file) gets one: else the new line would
@@ -400,8 +415,14 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
     char line[kCfgLineSize];
 
     for (;;) {
-        if (fgets(line, sizeof(line), stream) == nullptr)
+        if (fgets(line, sizeof(line), stream) == nullptr) {
+            // A read error is no end of file: cutting there would drop every line not read.
+            if (ferror(stream) != 0) {
+                DRV_ERR("vorn.conf read fail fd[%d] errno[%d]", fd, errno);
+                return kCfgErrDelete;
+            }
             break;
+        }
         // The bytes fgets consumed, counted by position: a zero byte inside the line would make
         // strlen short and shift every later line.
         const long after = ftell(stream);
@@ -417,8 +438,10 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
                 DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
                 return kCfgErrDelete;
             }
-            if (fwrite(line, 1, len, stream) != len)
+            if (fwrite(line, 1, len, stream) != len) {
                 DRV_ERR("fputs fail, fd:%d, errno:%d", fd, errno);
+                clearerr(stream);  // logged only; the error flag is kept for read errors
+            }
         }
         // Substring match: the key anywhere in the line drops it (mtu_1 also drops mtu_10).
         if (strstr(line, key) == nullptr) {
