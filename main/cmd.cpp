@@ -1,7 +1,14 @@
 // The parse of one command line: shape checks, command lookup, device id, and the handler call.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 
 #include "device/device_info.hpp"
 #include "log/driver_log.hpp"
@@ -9,6 +16,7 @@
 #include "main/audit.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
+#include "main/paths.hpp"
 #include "main/result.hpp"
 
 namespace {
@@ -16,6 +24,33 @@ namespace {
 constexpr uint32_t kMaxLogicId = 15;
 constexpr uint32_t kMaxHostPhyId = 15;
 constexpr size_t kPhyIdLenMax = 2;
+constexpr const char *kSettingLockDir = "/run";
+constexpr const char *kSettingLockPath = "/run/vorn_tool.lock";
+
+// Serialises the runs that change settings, from their first device call to their last save:
+// without it two runs setting one item could leave the device with one value and the saved
+// file with the other. Reads ("-g") do not wait. The descriptor stays open, and the lock held,
+// until the process ends. A caller that cannot open the lock file (not root) runs unlocked: it
+// cannot save settings either.
+void take_setting_lock(int argc, char **argv, const cmd_parse_info *info)
+{
+    if (info->first_arg < argc && strcmp(argv[info->first_arg], "-g") == 0)
+        return;
+    (void)mkdir(sys_path(kSettingLockDir).c_str(), 0755);
+    const std::string path = sys_path(kSettingLockPath);
+    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (fd < 0) {
+        DRV_WARN("open %s failed, errno=%d", path.c_str(), errno);
+        return;
+    }
+    while (flock(fd, LOCK_EX) != 0) {
+        if (errno != EINTR) {
+            DRV_WARN("flock %s failed, errno=%d", path.c_str(), errno);
+            (void)close(fd);
+            return;
+        }
+    }
+}
 
 }  // namespace
 
@@ -230,6 +265,7 @@ int32_t parse_cmd(int argc, char **argv, cmd_parse_info *info)
     }
     info->cmd_type = type;
     DRV_DBG("Parse cmd success. (cmd_index=%d)", info->cmd_index);
+    take_setting_lock(argc, argv, info);
     return g_cmd_list[info->cmd_index].handler(argc - info->first_arg, argv + info->first_arg,
                                                info);
 }
