@@ -3,6 +3,7 @@
 #include "config/store.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -122,6 +123,23 @@ TEST_F(StoreTest, ZeroByteInDamagedFileCutsOffNoLaterLine)
     EXPECT_EQ(conf(), damaged + "new_3=z\n");
     EXPECT_EQ(cfg_inner_del_conf(path_.c_str(), "mtu_1"), 0);
     EXPECT_EQ(conf(), std::string("a_1=x\0y\n", 8) + "keep_2=b\nnew_3=z\n");
+}
+
+TEST_F(StoreTest, HandEditedLastLineWithoutNewlineIsNotGluedToTheNextWrite)
+{
+    put("route_address_1.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.9");
+    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "mtu_0", "1600"), 0);
+    EXPECT_EQ(conf(), "route_address_1.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.9\nmtu_0=1600\n");
+}
+
+TEST_F(StoreTest, UnreadableFileIsAnAccessErrorNotAMissingKey)
+{
+    ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);  // a directory where the file should be
+    int ret = -1;
+    (void)read("mtu_1", &ret);
+    EXPECT_EQ(ret, kCfgErrRead);
+    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "mtu_1", "1"), kCfgErrWrite);
+    EXPECT_EQ(cfg_inner_del_conf(path_.c_str(), "mtu_1"), kCfgErrDelete);
 }
 
 TEST_F(StoreTest, MissingFileFailsEveryOperationWithoutCreatingIt)
