@@ -194,7 +194,7 @@ struct HwGateway {
 [[nodiscard]] int32_t tool_ip_get_gateway(char **argv, char *gateway)
 {
     if (strcmp(argv[1], "gateway") != 0)
-        return cmd_err_unknown_option(nullptr, "Get unknown cmd, do you mean gateway\n");
+        return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown cmd, do you mean gateway\n");
     size_t len = strlen(argv[2]);
     if (len >= kIpTextSize) {
         DRV_ERR("memcpy_s gateway fail[%d], dlen[%d], slen[%u]", ERANGE, kIpTextSize,
@@ -276,12 +276,12 @@ struct HwGateway {
 int32_t tool_gateway_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc <= 0 || argv == nullptr || info == nullptr)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     bool set = strcmp(argv[0], "-s") == 0;
     if (!set && strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option(nullptr, "Get unknown option!\n");
+        return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option!\n");
     if (argc != (set ? 3 : 1))
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     return set ? tool_inner_gateway_set_execute(argv, info) : tool_get_gateway(info->logic_id);
 }
 
@@ -289,7 +289,7 @@ int32_t tool_gateway_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_gateway_recovery(cmd_parse_info *info)
 {
     char text[kIpTextSize] = {};
-    if (!cmd_replay_read(info->phy_id, "gateway", "gateway", text, sizeof(text)))
+    if (!cmd_replay_read(CMD_HERE, info->phy_id, "gateway", "gateway", text, sizeof(text)))
         return kOk;
     DRV_DBG("gateway need recover cfg");
     uint32_t gw = 0;

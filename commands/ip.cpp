@@ -60,7 +60,7 @@ struct IpText {
         } else if (strcmp(argv[i], "netmask") == 0) {
             ret = copy_ip_word(ip->netmask, argv[i + 1], "netmask");
         } else {
-            ret = cmd_err_unknown_option(nullptr,
+            ret = cmd_err_unknown_option(CMD_HERE, nullptr,
                                          "Get unknown cmd, do you mean address or netmask\n");
         }
         if (ret != kOk)
@@ -282,7 +282,7 @@ bool is_ipaddr_conflict(uint32_t logic_id, const char *address, const char *netm
 int32_t tool_ip_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc <= 0 || argv == nullptr || info == nullptr)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "-s") == 0) {
         if (argc != 5) {
             DRV_ERR("err ip set cmd argc[%d]", argc);
@@ -297,7 +297,7 @@ int32_t tool_ip_cmd_execute(int argc, char **argv, cmd_parse_info *info)
         }
         return tool_get_device_ipaddr(info->logic_id);
     }
-    return cmd_err_unknown_option(nullptr, "Get unknown option.\n");
+    return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option.\n");
 }
 
 int32_t tool_cfg_ip_recovery(cmd_parse_info *info)

@@ -41,11 +41,11 @@ int32_t tool_get_vnic_ipaddr(uint32_t logic_id, char *ip, char *netmask)
 int32_t tool_lldp_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc == 0)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option("Invalid option.\n", "Get unknown option.\n");
+        return cmd_err_unknown_option(CMD_HERE, "Invalid option.\n", "Get unknown option.\n");
     if (argc != 1)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     int ret = kopa_lldp_get_neighbor_info(info->logic_id);
     if (ret != 0) {
         DRV_ERR("kopa get lldptool fail! ret[%d] logic_id[%u]", ret, info->logic_id);
@@ -57,11 +57,11 @@ int32_t tool_lldp_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_vnic_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc == 0)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option("invalid operation\n", "Get unknown option!\n");
+        return cmd_err_unknown_option(CMD_HERE, "invalid operation\n", "Get unknown option!\n");
     if (argc != 1)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     uint32_t link = 0;
     int ret = kopa_get_vnic_status(info->logic_id, kVnicPort, &link);
     if (ret != 0) {

@@ -105,7 +105,7 @@ int32_t tool_mac_filter_check(const char *text)
 int32_t tool_get_mac(int argc, char ** /*argv*/, cmd_parse_info *info)
 {
     if (argc != 1)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     uint8_t mac[kMacLen] = {};
     int ret = kopa_get_mac_address(info->logic_id, kNetPort, mac);
     if (ret != 0) {
@@ -121,9 +121,9 @@ int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info)
 {
     RUN_LOG_CONFIG("start to set mac address of logic_id[%u]\n", info->logic_id);
     if (argc != 2)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "mac") != 0)
-        return cmd_err_unknown_option_drv("Invalid option.",
+        return cmd_err_unknown_option_drv(CMD_HERE, "Invalid option.",
                                           "Get unknown option, do you mean mac\n");
     const char *text = argv[1];
     if (strlen(text) != kMacTextLen) {
@@ -150,7 +150,7 @@ int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc == 0)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "-g") == 0) {
         int32_t ret = tool_get_mac(argc, argv, info);
         if (ret != kOk)
@@ -158,7 +158,7 @@ int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
         return ret;
     }
     if (strcmp(argv[0], "-s") != 0)
-        return cmd_err_unknown_option_drv("Invalid option.", "Get unknown option.\n");
+        return cmd_err_unknown_option_drv(CMD_HERE, "Invalid option.", "Get unknown option.\n");
     int32_t ret = tool_set_mac(argc - 1, argv + 1, info);
     if (ret != kOk) {
         DRV_ERR("set mac failed, logic_id[%u]", info->logic_id);
@@ -178,7 +178,7 @@ int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_mac_addr_recovery(cmd_parse_info *info)
 {
     char value[kMacValueSize] = {};
-    if (!cmd_replay_read(info->phy_id, kMacItem, "mac_addr", value, sizeof(value)))
+    if (!cmd_replay_read(CMD_HERE, info->phy_id, kMacItem, "mac_addr", value, sizeof(value)))
         return kOk;
     DRV_DBG("mac_addr need recover cfg");
     char keyword[] = "mac";

@@ -35,9 +35,9 @@ int32_t tool_get_mtu(uint32_t logic_id)
 int32_t tool_mtu_set_cmd(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc != 3)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[1], "size") != 0)
-        return cmd_err_unknown_option("invalid option\n",
+        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
                                       "Get unknown option , do you mean size\n");
     RUN_LOG_CONFIG("start to set mtu of logic_id[%u]\n", info->logic_id);
     int32_t ret = tool_set_mtu(info, argv[2]);
@@ -46,7 +46,7 @@ int32_t tool_mtu_set_cmd(int argc, char **argv, cmd_parse_info *info)
         return ret;
     }
     // The device keeps the new MTU even when it cannot be saved.
-    return cmd_save_item(info->phy_id, kMtuItem, argv[2],
+    return cmd_save_item(CMD_HERE, info->phy_id, kMtuItem, argv[2],
                          "Failed to write the MTU to the config file, and user configurations "
                          "cannot be persisted.\n");
 }
@@ -121,13 +121,13 @@ int32_t tool_set_mtu(cmd_parse_info *info, const char *text)
 int32_t tool_mtu_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc == 0)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "-s") == 0)
         return tool_mtu_set_cmd(argc, argv, info);
     if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option("invalid operation\n", "Get unknown option!\n");
+        return cmd_err_unknown_option(CMD_HERE, "invalid operation\n", "Get unknown option!\n");
     if (argc != 1)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     int32_t ret = tool_get_mtu(info->logic_id);
     if (ret != kOk)
         DRV_ERR("tool get mtu failed ret %d'", ret);
@@ -137,13 +137,13 @@ int32_t tool_mtu_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc == 0)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     bool is_set = strcmp(argv[0], "-s") == 0;
     if (!is_set && strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option("tool_link_cmd_execute invalid operation\n",
+        return cmd_err_unknown_option(CMD_HERE, "tool_link_cmd_execute invalid operation\n",
                                       "Get unknown option!\n");
     if (argc != (is_set ? 2 : 1))
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (!is_set) {
         int32_t ret = tool_link_get_linkstatus(info->logic_id);
         if (ret != kOk)
@@ -151,7 +151,8 @@ int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
         return ret;
     }
     if (strcmp(argv[1], "down") != 0)
-        return cmd_err_unknown_option("invalid option\n", "Get unknown option, do you mean down\n");
+        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
+                                      "Get unknown option, do you mean down\n");
     RUN_LOG_CONFIG("start to shutdown link of logic_id[%u]\n", info->logic_id);
     int32_t ret = tool_link_set_shutdown(info->logic_id);
     if (ret != kOk)
@@ -162,7 +163,7 @@ int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_mtu_recovery(cmd_parse_info *info)
 {
     char value[kMtuValueSize] = {};
-    if (!cmd_replay_read(info->phy_id, kMtuItem, "mtu", value, sizeof(value)))
+    if (!cmd_replay_read(CMD_HERE, info->phy_id, kMtuItem, "mtu", value, sizeof(value)))
         return kOk;
     DRV_DBG("mtu address need recover cfg");
     int32_t set_ret = tool_set_mtu(info, value);

@@ -29,9 +29,9 @@ const NetHealthStatus g_net_health_status[kNetHealthCount] = {
 int32_t tool_net_health_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc != 1)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option_drv("invalid operation", "Get unknown option!\n");
+        return cmd_err_unknown_option_drv(CMD_HERE, "invalid operation", "Get unknown option!\n");
     unsigned int status = 0;
     int ret = kopa_get_network_health(info->logic_id, &status);
     // A status beyond the table is as much a failure as a refused call.

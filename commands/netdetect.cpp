@@ -46,9 +46,9 @@ constexpr uint32_t kIpTextSize = 20;
 [[nodiscard]] int32_t tool_set_netdetect(int argc, char **argv, const cmd_parse_info *info)
 {
     if (argc != 3)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[1], "address") != 0)
-        return cmd_err_unknown_option(nullptr, "Get unknown cmd, do you mean address.\n");
+        return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown cmd, do you mean address.\n");
     char text[kIpTextSize] = {};
     size_t len = strlen(argv[2]);
     if (len >= kIpTextSize) {
@@ -80,7 +80,7 @@ constexpr uint32_t kIpTextSize = 20;
 [[nodiscard]] int32_t tool_get_netdetect(int argc, const cmd_parse_info *info)
 {
     if (argc != 1)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     uint32_t address = 0;
     int ret = kopa_get_net_detect_ip_address(info->logic_id, 0, &address);
     if (ret != 0) {
@@ -103,7 +103,7 @@ constexpr uint32_t kIpTextSize = 20;
 int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc <= 0 || argv == nullptr || info == nullptr)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     int32_t ret;
     if (strcmp(argv[0], "-s") == 0) {
         ret = tool_set_netdetect(argc, argv, info);
@@ -114,7 +114,7 @@ int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
         if (ret != kOk)
             DRV_ERR("tool_get_netdetect fail, ret:%d", ret);
     } else {
-        ret = cmd_err_unknown_option(nullptr, "Get unknown option.\n");
+        ret = cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option.\n");
     }
     return ret;
 }
@@ -122,7 +122,8 @@ int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_netdetect_recovery(cmd_parse_info *info)
 {
     char text[kIpTextSize] = {};
-    if (!cmd_replay_read(info->phy_id, "netdetect", "netdetect address", text, sizeof(text)))
+    if (!cmd_replay_read(CMD_HERE, info->phy_id, "netdetect", "netdetect address", text,
+                         sizeof(text)))
         return kOk;
     DRV_DBG("netdetect address need recover cfg");
     int32_t ret = tool_netdetect_set_address(info->logic_id, text);

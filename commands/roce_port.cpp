@@ -35,7 +35,7 @@ int32_t tool_get_roce_port(uint32_t logic_id)
 int32_t tool_roce_port_set_cmd(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc != 3)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[1], "port") != 0) {
         DRV_ERR("invalid option");
         fprintf(stderr, "Get unknown option, do you mean port\n");
@@ -48,7 +48,7 @@ int32_t tool_roce_port_set_cmd(int argc, char **argv, cmd_parse_info *info)
         return ret;
     }
     // The device keeps the new port even when it cannot be saved.
-    return cmd_save_item(info->phy_id, kRocePortItem, argv[2],
+    return cmd_save_item(CMD_HERE, info->phy_id, kRocePortItem, argv[2],
                          "Failed to write the ROCE port to config file. User configurations "
                          "cannot be persisted.\n");
 }
@@ -78,13 +78,13 @@ int32_t tool_set_roce_port(cmd_parse_info *info, const char *text)
 int32_t tool_roce_port_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 {
     if (argc == 0)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[0], "-s") == 0)
         return tool_roce_port_set_cmd(argc, argv, info);
     if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option("invalid operation\n", "Get unknown option!\n");
+        return cmd_err_unknown_option(CMD_HERE, "invalid operation\n", "Get unknown option!\n");
     if (argc != 1)
-        return cmd_err_argc(argc);
+        return cmd_err_argc(CMD_HERE, argc);
     int32_t ret = tool_get_roce_port(info->logic_id);
     if (ret != kOk)
         DRV_ERR("tool get roce_port failed ret %d'", ret);
@@ -94,7 +94,7 @@ int32_t tool_roce_port_cmd_execute(int argc, char **argv, cmd_parse_info *info)
 int32_t tool_cfg_roce_port_recovery(cmd_parse_info *info)
 {
     char value[kRocePortValueSize] = {};
-    if (!cmd_replay_read(info->phy_id, kRocePortItem, "roce_port", value, sizeof(value)))
+    if (!cmd_replay_read(CMD_HERE, info->phy_id, kRocePortItem, "roce_port", value, sizeof(value)))
         return kOk;
     DRV_DBG("roce_port need recover cfg");
     int32_t set_ret = tool_set_roce_port(info, value);

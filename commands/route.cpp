@@ -402,7 +402,8 @@ struct FreeDeleter {
     int len = snprintf(canonical, sizeof(canonical), "route_address_%s_netmask_%s_%u=gateway_%s",
                        route->text.address, route->text.netmask, section, route->text.gateway);
     size_t line_len = strcspn(line, "\n");
-    if (len < 0 || static_cast<size_t>(len) != line_len || strncmp(canonical, line, line_len) != 0) {
+    if (len < 0 || static_cast<size_t>(len) != line_len ||
+        strncmp(canonical, line, line_len) != 0) {
         DRV_ERR("sscanf_s buf(%s) to route config failed. ret(%d)", line, n);
         return -ENOMEM;
     }
@@ -498,7 +499,7 @@ int32_t tool_route_table_cmd_execute(int argc, char **argv, cmd_parse_info *info
         int32_t ret = tool_check_argc_clear_route(argc);
         return ret != kOk ? ret : tool_clear_route_table(info);
     }
-    return cmd_err_unknown_option(nullptr, "Get unknown option!\n");
+    return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option!\n");
 }
 
 int32_t tool_cfg_route_recovery(cmd_parse_info *info)
