@@ -8,7 +8,7 @@
 #include "config/store.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 int32_t cmd_err_argc(const CallSite &where, int argc)
 {

@@ -11,7 +11,7 @@ int tool_conf_item_key(uint32_t phy_id, const char *item, char *key, uint32_t si
     int n = snprintf(key, size, "%s_%u=", item, phy_id);
     if (n < 0 || static_cast<uint32_t>(n) >= size) {
         DRV_ERR("build cfg key fail! ret[%d] item[%s] phy_id[%u]", n, item, phy_id);
-        return kCfgErrString;
+        return kErrSysCopy;
     }
     return 0;
 }

@@ -14,7 +14,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace
 {
@@ -54,7 +54,7 @@ struct HwGateway {
             continue;
         char text[kIpTextSize] = {};
         ret = tool_conf_read_item(list.phy_id[i], "gateway", text, sizeof(text));
-        if (ret == kCfgErrNotFound)
+        if (ret == kErrSysNotFound)
             continue;
         if (ret != 0) {
             DRV_ERR("cfg_read_conf fail! phy_id[%u] ret[%d] len[%u]", list.phy_id[i], ret,
@@ -73,7 +73,7 @@ struct HwGateway {
         *conf_phy = list.phy_id[i];
         return kOk;
     }
-    return kCfgErrNotFound;
+    return kErrSysNotFound;
 }
 
 // Makes the file say what the firmware holds: at most one "gateway" key in the group, in the
@@ -85,7 +85,7 @@ struct HwGateway {
     uint32_t conf_gw = 0;
     uint32_t conf_phy = 0;
     int32_t ret = tool_ip_get_gateway_conf(logic_id, phy_id, &conf_gw, &conf_phy);
-    if (ret != kOk && ret != kCfgErrNotFound) {
+    if (ret != kOk && ret != kErrSysNotFound) {
         DRV_ERR("tool get gw conf fail[%d] logic_id[%u]", ret, logic_id);
         return ret;
     }
@@ -224,13 +224,13 @@ struct HwGateway {
         fprintf(stderr, "Failed to read the address from the config file.\n");
         DRV_ERR("read address fail! ret[%d] phy_id[%u]", ret, info->phy_id);
         // "Not found" is told by the text above; the front-end adds nothing.
-        return ret == kCfgErrNotFound ? kErrReported : ret;
+        return ret == kErrSysNotFound ? kErrReported : ret;
     }
     ret = tool_conf_read_item(info->phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         fprintf(stderr, "Failed to read the netmask from the config file.\n");
         DRV_ERR("read netmask fail! ret[%d] phy_id[%u]", ret, info->phy_id);
-        return ret == kCfgErrNotFound ? kErrReported : ret;
+        return ret == kErrSysNotFound ? kErrReported : ret;
     }
     ret = tool_check_ip_net_segment(address, gateway, netmask);
     if (ret != kOk) {

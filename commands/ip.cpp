@@ -18,7 +18,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace
 {

@@ -10,7 +10,7 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
 

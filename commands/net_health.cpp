@@ -5,8 +5,8 @@
 #include "commands/cmd_common.hpp"
 #include "commands/handlers.hpp"
 #include "log/driver_log.hpp"
-#include "main/result.hpp"
-#include "platform/kopa_platform.h"
+#include "base/result.hpp"
+#include "device/device_info.hpp"
 
 namespace {
 

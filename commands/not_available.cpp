@@ -3,7 +3,7 @@
 
 #include "commands/handlers.hpp"
 #include "main/cmd_table.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 int32_t tool_cmd_not_available(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {

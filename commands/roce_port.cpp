@@ -12,7 +12,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
 

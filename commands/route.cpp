@@ -21,7 +21,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace
 {
@@ -145,7 +145,7 @@ struct FreeDeleter {
     }
     char value[kCfgLineSize] = {};
     int ret = tool_conf_read_item(info->phy_id, key, value, sizeof(value));
-    if (ret == kCfgErrNotFound)
+    if (ret == kErrSysNotFound)
         return kOk;
     if (ret != 0) {
         DRV_ERR("tool_add_route_table cfg_read_conf err! ret is [%d] route_cfg_len is [0x%x]", ret,
@@ -227,7 +227,7 @@ struct FreeDeleter {
         return ret;
     char value[kCfgLineSize] = {};
     ret = tool_conf_read_item(info->phy_id, key, value, sizeof(value));
-    if (ret == kCfgErrNotFound) {
+    if (ret == kErrSysNotFound) {
         fprintf(stderr, "Route not exist in routing table, can not delete!\n");
         return kErrReported;
     }
@@ -334,7 +334,7 @@ struct FreeDeleter {
     }
     if (fseek(stream, 0, SEEK_SET) != 0) {
         DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fileno(stream), -1, errno);
-        return kCfgErrRead;
+        return kErrSysRead;
     }
     int ret = cfg_inner_del_conf_byfd(stream, key);
     if (ret != 0) {
@@ -393,7 +393,7 @@ struct FreeDeleter {
         quad_to_text(m, route->text.netmask) != kOk ||
         quad_to_text(g, route->text.gateway) != kOk) {
         DRV_ERR("sscanf_s buf(%s) to route config failed. ret(%d)", line, n);
-        return -ENOMEM;
+        return kErrnoNoMem;
     }
     route->section = section;
     // Only a line in the form the tool writes can be found again by its key: a deletion that
@@ -405,7 +405,7 @@ struct FreeDeleter {
     if (len < 0 || static_cast<size_t>(len) != line_len ||
         strncmp(canonical, line, line_len) != 0) {
         DRV_ERR("sscanf_s buf(%s) to route config failed. ret(%d)", line, n);
-        return -ENOMEM;
+        return kErrnoNoMem;
     }
     return kOk;
 }
@@ -425,23 +425,23 @@ int32_t tool_read_vorn_conf_handle_action(const cmd_parse_info *info, RouteActio
     char real_path[PATH_MAX] = {};
     if (path == nullptr || strlen(path) >= PATH_MAX || realpath(path, real_path) == nullptr) {
         DRV_ERR("read path_len > PATH_MAX or conf_path is invalid, err[%d]", errno);
-        return kCfgErrPath;
+        return kErrSysNull;
     }
     ConfStream conf(fopen(real_path, "r+"));
     if (conf.get() == nullptr) {
         DRV_ERR("Open configure file fail errno[%d] real_conf_path[%s]", errno, real_path);
-        return kCfgErrRead;
+        return kErrSysRead;
     }
     int fd = fileno(conf.get());
     int ret = flock(fd, LOCK_EX);
     if (ret != 0) {
         DRV_ERR("vorn.conf lock fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
-        return kCfgErrRead;
+        return kErrSysRead;
     }
     ret = fseek(conf.get(), 0, SEEK_SET);
     if (ret != 0) {
         DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
-        return kCfgErrRead;
+        return kErrSysRead;
     }
     char line[kCfgLineSize];
     while (fgets(line, sizeof(line), conf.get()) != nullptr) {
@@ -462,7 +462,7 @@ int32_t tool_read_vorn_conf_handle_action(const cmd_parse_info *info, RouteActio
         // removed line no longer is.
         if (removed && fseek(conf.get(), 0, SEEK_SET) != 0) {
             DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, -1, errno);
-            return kCfgErrRead;
+            return kErrSysRead;
         }
     }
     return kOk;

@@ -12,12 +12,11 @@
 #include <string>
 
 #include "log/driver_log.hpp"
-#include "main/paths.hpp"
+#include "base/paths.hpp"
 
 namespace
 {
 
-constexpr int kEinval = -22;
 constexpr size_t kPathMax = 4096;
 // Reads and rewrites scan the file in chunks of this size rather than line by line.
 constexpr size_t kChunkSize = 64 * 1024;
@@ -28,13 +27,13 @@ int op_error(StoreOp op)
 {
     switch (op) {
     case StoreOp::kRead:
-        return kCfgErrRead;
+        return kErrSysRead;
     case StoreOp::kWrite:
-        return kCfgErrWrite;
+        return kErrSysWrite;
     case StoreOp::kDelete:
-        return kCfgErrDelete;
+        return kErrSysDelete;
     }
-    return kCfgErrRead;
+    return kErrSysRead;
 }
 
 // The configuration file, opened and exclusively locked. Closing the stream flushes any
@@ -104,7 +103,7 @@ int LockedConf::open(const char *path, StoreOp op)
     if (path_len > kPathMax || !resolve_path(path, real_path)) {
         DRV_ERR("%s path_len[%u] > PATH_MAX or conf_path is invalid, err[%d]",
                 kVerb[static_cast<int>(op)], static_cast<unsigned>(path_len), errno);
-        return kCfgErrPath;
+        return kErrSysNull;
     }
 
     stream_ = fopen(real_path, op == StoreOp::kRead ? "r" : "r+");
@@ -198,7 +197,7 @@ int build_key(uint32_t phy_id, const char *item, char (&key)[kCfgLineSize])
     int n = snprintf(key, sizeof(key), "%s_%d", item, static_cast<int>(phy_id));
     if (n < 0 || static_cast<size_t>(n) >= sizeof(key)) {
         DRV_ERR("sprintf key fail[%d] item[%s] phy_id[%u]", n, item, phy_id);
-        return kCfgErrString;
+        return kErrSysCopy;
     }
     return 0;
 }
@@ -209,7 +208,7 @@ int append_line(char *buffer, uint32_t buffer_size, size_t *used, const char *li
     if (*used + len + 1 > buffer_size) {
         fprintf(stderr, "vorn.conf size must smaller than 1M.\n");
         DRV_ERR("vorn.conf size must smaller than 1M.");
-        return kCfgErrString;
+        return kErrSysCopy;
     }
     memcpy(buffer + *used, line, len);
     *used += len;
@@ -228,7 +227,7 @@ const char *cfg_conf_path()
 int cfg_read_conf(uint32_t phy_id, const char *item, char *value_out, uint32_t value_size)
 {
     if (item == nullptr || value_out == nullptr)
-        return kEinval;
+        return kErrnoInval;
     char key[kCfgLineSize];
     int ret = build_key(phy_id, item, key);
     if (ret != 0)
@@ -239,7 +238,7 @@ int cfg_read_conf(uint32_t phy_id, const char *item, char *value_out, uint32_t v
 int cfg_write_conf(uint32_t phy_id, const char *item, const char *value)
 {
     if (item == nullptr || value == nullptr)
-        return kEinval;
+        return kErrnoInval;
     char key[kCfgLineSize];
     int ret = build_key(phy_id, item, key);
     if (ret != 0)
@@ -250,7 +249,7 @@ int cfg_write_conf(uint32_t phy_id, const char *item, const char *value)
 int cfg_del_conf(uint32_t phy_id, const char *item)
 {
     if (item == nullptr)
-        return kEinval;
+        return kErrnoInval;
     char key[kCfgLineSize];
     int ret = build_key(phy_id, item, key);
     if (ret != 0)
@@ -261,9 +260,9 @@ int cfg_del_conf(uint32_t phy_id, const char *item)
 int cfg_inner_read_conf(const char *path, const char *key, char *value_out, uint32_t value_size)
 {
     if (path == nullptr)
-        return kCfgErrPath;
+        return kErrSysNull;
     if (key == nullptr || value_out == nullptr)
-        return kEinval;
+        return kErrnoInval;
     LockedConf conf;
     int ret = conf.open(path, StoreOp::kRead);
     if (ret != 0)
@@ -274,9 +273,9 @@ int cfg_inner_read_conf(const char *path, const char *key, char *value_out, uint
 int cfg_inner_write_conf(const char *path, const char *key, const char *value)
 {
     if (path == nullptr)
-        return kCfgErrPath;
+        return kErrSysNull;
     if (key == nullptr || value == nullptr)
-        return kEinval;
+        return kErrnoInval;
     LockedConf conf;
     int ret = conf.open(path, StoreOp::kWrite);
     if (ret != 0)
@@ -284,7 +283,7 @@ int cfg_inner_write_conf(const char *path, const char *key, const char *value)
     char *buffer = static_cast<char *>(calloc(kCfgFileMax, 1));
     if (buffer == nullptr) {
         DRV_ERR("calloc fail.");
-        return kCfgErrString;
+        return kErrSysCopy;
     }
     ret = cfg_inner_write_conf_byfd(conf.stream(), key, value, buffer, kCfgFileMax);
     free(buffer);
@@ -294,9 +293,9 @@ int cfg_inner_write_conf(const char *path, const char *key, const char *value)
 int cfg_inner_del_conf(const char *path, const char *key)
 {
     if (path == nullptr)
-        return kCfgErrPath;
+        return kErrSysNull;
     if (key == nullptr)
-        return kEinval;
+        return kErrnoInval;
     LockedConf conf;
     int ret = conf.open(path, StoreOp::kDelete);
     if (ret != 0)
@@ -307,7 +306,7 @@ int cfg_inner_del_conf(const char *path, const char *key)
 int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out, uint32_t value_size)
 {
     if (stream == nullptr || key == nullptr || value_out == nullptr)
-        return kEinval;
+        return kErrnoInval;
     const size_t key_len = strlen(key);
     PieceReader reader(stream);
     const char *line = nullptr;
@@ -327,7 +326,7 @@ int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out, uin
         const size_t value_len = static_cast<size_t>(line + len - value);
         if (value_len >= value_size) {
             DRV_ERR("strcpy_s err[%d], len:%u", ERANGE, value_size);
-            return kCfgErrString;
+            return kErrSysCopy;
         }
         memcpy(value_out, value, value_len);
         value_out[value_len] = '\0';
@@ -335,18 +334,18 @@ int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out, uin
     }
     if (reader.failed()) {
         DRV_ERR("vorn.conf read fail errno[%d]", errno);
-        return kCfgErrRead;
+        return kErrSysRead;
     }
-    return kCfgErrNotFound;
+    return kErrSysNotFound;
 }
 
 int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, char *buffer,
                               uint32_t buffer_size)
 {
     if (stream == nullptr || key == nullptr || value == nullptr)
-        return kEinval;
+        return kErrnoInval;
     if (buffer == nullptr || buffer_size == 0)
-        return kCfgErrPath;
+        return kErrSysNull;
     const size_t key_len = strlen(key);
     size_t used = 0;
     buffer[0] = '\0';
@@ -364,7 +363,7 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
     }
     if (reader.failed()) {
         DRV_ERR("vorn.conf read fail errno[%d]", errno);
-        return kCfgErrWrite;
+        return kErrSysWrite;
     }
 
     // A last line without its newline (a hand-edited file) gets one: else the new line would
@@ -379,7 +378,7 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
     int n = snprintf(new_line, sizeof(new_line), "%s=%s\n", key, value);
     if (n < 0 || static_cast<size_t>(n) >= sizeof(new_line)) {
         DRV_ERR("sprintf str op fail[%d] conf_name[%s] conf_value[%s]!", n, key, value);
-        return kCfgErrString;
+        return kErrSysCopy;
     }
     int ret = append_line(buffer, buffer_size, &used, new_line, static_cast<size_t>(n));
     if (ret != 0)
@@ -390,12 +389,12 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
     ret = ftruncate(fd, 0);
     if (ret != 0) {
         DRV_ERR("vorn.conf ftruncate fail! ret[%d] errno[%d]", ret, errno);
-        return kCfgErrWrite;
+        return kErrSysWrite;
     }
     ret = fseek(stream, 0, SEEK_SET);
     if (ret != 0) {
         DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
-        return kCfgErrWrite;
+        return kErrSysWrite;
     }
     // Written by length, not as a C string: a stray zero byte in a damaged file must not cut
     // off the lines after it, the new one included.
@@ -408,7 +407,7 @@ int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value, 
 int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
 {
     if (stream == nullptr || key == nullptr)
-        return kEinval;
+        return kErrnoInval;
     const int fd = fileno(stream);
     long read_pos = 0;
     long write_pos = 0;
@@ -419,7 +418,7 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
             // A read error is no end of file: cutting there would drop every line not read.
             if (ferror(stream) != 0) {
                 DRV_ERR("vorn.conf read fail fd[%d] errno[%d]", fd, errno);
-                return kCfgErrDelete;
+                return kErrSysDelete;
             }
             break;
         }
@@ -428,7 +427,7 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
         const long after = ftell(stream);
         if (after < read_pos) {
             DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, static_cast<int>(after), errno);
-            return kCfgErrDelete;
+            return kErrSysDelete;
         }
         const size_t len = static_cast<size_t>(after - read_pos);
         const bool moved = read_pos != write_pos;
@@ -436,7 +435,7 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
             int ret = fseek(stream, write_pos, SEEK_SET);
             if (ret != 0) {
                 DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
-                return kCfgErrDelete;
+                return kErrSysDelete;
             }
             if (fwrite(line, 1, len, stream) != len) {
                 DRV_ERR("fputs fail, fd:%d, errno:%d", fd, errno);
@@ -455,7 +454,7 @@ int cfg_inner_del_conf_byfd(FILE *stream, const char *key)
             int ret = fseek(stream, read_pos, SEEK_SET);
             if (ret != 0) {
                 DRV_ERR("fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
-                return kCfgErrDelete;
+                return kErrSysDelete;
             }
         }
     }

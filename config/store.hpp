@@ -4,13 +4,11 @@
 #include <cstdint>
 #include <cstdio>
 
-/// Store result codes (the tool's shared numbering: 0x3001 .. 0x3007).
-inline constexpr int kCfgErrString = 12289;   ///< copy/format/size-limit/memory failure
-inline constexpr int kCfgErrPath = 12290;     ///< path too long or not resolvable
-inline constexpr int kCfgErrWrite = 12292;    ///< write: open, lock, seek or truncate failed
-inline constexpr int kCfgErrRead = 12293;     ///< read: open, lock or seek failed
-inline constexpr int kCfgErrNotFound = 12294; ///< read: key not found
-inline constexpr int kCfgErrDelete = 12295;   ///< delete: open, lock or seek failed
+#include "base/result.hpp"
+
+// Store result codes are the tool's own (base/result.hpp): kErrSysCopy (a copy, the size limit,
+// memory), kErrSysNull (a path too long or not resolvable), kErrSysWrite, kErrSysRead and
+// kErrSysDelete (the file cannot be opened, locked, positioned or written), kErrSysNotFound.
 
 inline constexpr unsigned kCfgLineSize = 384;        ///< line buffer; longer lines in pieces
 inline constexpr unsigned kCfgFileMax = 1024000;     ///< whole file, terminating zero included

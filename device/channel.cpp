@@ -6,19 +6,19 @@
 #include <cerrno>
 #include <cstring>
 
+#include "base/result.hpp"
 #include "log/driver_log.hpp"
 
 namespace
 {
 
-constexpr int kEinval = -EINVAL;
 constexpr uint32_t kMaxLogicId = KOPA_MAX_DEVICES - 1;
 
 // Bounded copy: refuses rather than truncates when the source does not fit the destination.
 int bounded_copy(void *dst, size_t dst_max, const void *src, size_t count)
 {
     if (dst == nullptr || src == nullptr)
-        return -EINVAL;
+        return kErrnoInval;
     if (count > dst_max)
         return -ERANGE;
     memcpy(dst, src, count);
@@ -30,7 +30,7 @@ int bounded_copy(void *dst, size_t dst_max, const void *src, size_t count)
 int bounded_wipe(void *dst, size_t dst_max, size_t count)
 {
     if (dst == nullptr)
-        return -EINVAL;
+        return kErrnoInval;
     if (count > dst_max)
         return -ERANGE;
     explicit_bzero(dst, count);
@@ -41,27 +41,27 @@ int kopa_network_transmission_channel_para_check(const network_channel_para *par
 {
     if (para->inbuf == nullptr && para->size_in != 0) {
         DRV_ERR("invalid param, inbuf is NULL, size_in %u", para->size_in);
-        return kEinval;
+        return kErrnoInval;
     }
     if (para->inbuf != nullptr && para->size_in == 0) {
         DRV_ERR("invalid param, inbuf is %p, size_in 0", para->inbuf);
-        return kEinval;
+        return kErrnoInval;
     }
     if (para->outbuf == nullptr && para->size_out == nullptr) {
         DRV_ERR("invalid param, outbuf is NULL, sizeout is NULL");
-        return kEinval;
+        return kErrnoInval;
     }
     if (para->outbuf == nullptr && *para->size_out != 0) {
         DRV_ERR("invalid param, outbuf is NULL, sizeout %u", *para->size_out);
-        return kEinval;
+        return kErrnoInval;
     }
     if (para->outbuf != nullptr && para->size_out == nullptr) {
         DRV_ERR("invalid param, outbuf is %p, sizeout is NULL", para->outbuf);
-        return kEinval;
+        return kErrnoInval;
     }
     if (para->outbuf != nullptr && *para->size_out == 0) {
         DRV_ERR("invalid param, outbuf is not NULL, sizeout is zero");
-        return kEinval;
+        return kErrnoInval;
     }
     return 0;
 }
@@ -128,7 +128,7 @@ int kopa_send(uint32_t logic_id, network_channel_para *para, ds_req *req, ds_rsp
             DRV_ERR("logic_id %d kopa get network info failed ret %d, ret_size %u != rsp_size %u",
                     static_cast<int>(logic_id), ret, rsp_len, KOPA_RSP_SIZE);
             para->result = last_result;
-            return kEinval;
+            return kErrnoInval;
         }
         last_result = rsp->result;
         if (rsp->result != 0) {
@@ -153,7 +153,7 @@ int kopa_cmd_get_outbuf_from_every_pkt(const ds_rsp *rsp, void *outbuf, uint32_t
         (orig_len > KOPA_PKT_PAYLOAD && rsp->frag == KOPA_FRAG_FIRST)) {
         DRV_ERR("error rsp from rdfx, orig_len %u, data frag %d", orig_len,
                 static_cast<int>(rsp->frag));
-        return kEinval;
+        return kErrnoInval;
     }
     if (rsp->data_len == 0 || outbuf == nullptr || rsp->data_len > KOPA_PKT_PAYLOAD)
         return 0;
@@ -169,7 +169,7 @@ int kopa_cmd_get_outbuf_from_every_pkt(const ds_rsp *rsp, void *outbuf, uint32_t
     // The bounded copy already refuses an oversized piece; kept as the explicit length rule.
     if (rsp->data_len > *remaining) {
         DRV_ERR("one piece len %u is bigger than recv len %u", rsp->data_len, *remaining);
-        return kEinval;
+        return kErrnoInval;
     }
     *offset += rsp->data_len;
     *remaining -= rsp->data_len;
@@ -197,7 +197,7 @@ int kopa_recv(uint32_t logic_id, network_channel_para *para, ds_req *req, ds_rsp
             return 0;
         if (remaining == 0 && rsp->frag == KOPA_FRAG_MIDDLE) {
             DRV_ERR("recv len is zero but pkt is not last or one pkt");
-            return kEinval;
+            return kErrnoInval;
         }
 
         req->frag = rsp->frag;
@@ -208,7 +208,7 @@ int kopa_recv(uint32_t logic_id, network_channel_para *para, ds_req *req, ds_rsp
             DRV_ERR("logic_id %d kopa get network info failed ret %d, ret_size is %u, "
                     "rsp_head_len %u",
                     static_cast<int>(logic_id), ret, rsp_len, rsp->data_len);
-            return kEinval;
+            return kErrnoInval;
         }
         if (rsp->result != 0) {
             DRV_ERR("logic_id %d kopa get result %d != 0", static_cast<int>(logic_id), rsp->result);
@@ -239,7 +239,7 @@ int kopa_network_transmission_channel(uint32_t logic_id, network_channel_para *p
 
     if (logic_id > kMaxLogicId || para == nullptr) {
         DRV_ERR("Invalid input param. (logic_id=%d)", static_cast<int>(logic_id));
-        return kEinval;
+        return kErrnoInval;
     }
     int ret = kopa_network_transmission_channel_para_check(para);
     if (ret != 0) {

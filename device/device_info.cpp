@@ -2,7 +2,7 @@
 #include "device/device_info.hpp"
 
 #include "log/driver_log.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 int32_t tool_check_dev_health(uint32_t logic_id)
 {

@@ -25,63 +25,63 @@ int set_only(const char *name, uint32_t logic_id, uint32_t opcode, const void *i
 int kopa_set_dscp_map(uint32_t logic_id, const kopa_dscp_map_set *map)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(map, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_dscp_map, map, sizeof(*map));
 }
 
 int kopa_get_dscp_map(uint32_t logic_id, kopa_dscp_map *map)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(map, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_dscp_map, map, sizeof(*map));
 }
 
 int kopa_set_port_shaping(uint32_t logic_id, const kopa_shaping_set *shaping)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(shaping, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_port_shaping, shaping, sizeof(*shaping));
 }
 
 int kopa_get_port_shaping(uint32_t logic_id, kopa_shaping_info *shaping)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(shaping, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_port_shaping, shaping, sizeof(*shaping));
 }
 
 int kopa_get_pfc_enabled(uint32_t logic_id, kopa_pfc_info *pfc)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(pfc, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_pfc_enabled, pfc, sizeof(*pfc));
 }
 
 int kopa_set_pfc_enabled(uint32_t logic_id, const void *data, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(data, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_pfc_enabled, data, len);
 }
 
 int kopa_get_tc_cfg(uint32_t logic_id, kopa_tc_cfg_info *cfg)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(cfg, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_tc_cfg, cfg, sizeof(*cfg));
 }
 
 int kopa_set_tc_cfg(uint32_t logic_id, const kopa_tc_cfg_set *cfg)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(cfg, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_tc_cfg, cfg, sizeof(*cfg));
 }
 
 int kopa_get_current_tc_used(uint32_t logic_id, uint32_t tc, uint32_t *used)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(used, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_current_tc_used, &tc, sizeof(tc), used,
                          sizeof(*used));
 }
@@ -89,21 +89,21 @@ int kopa_get_current_tc_used(uint32_t logic_id, uint32_t tc, uint32_t *used)
 int kopa_get_prio_tc_info(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_prio_tc_info, buf, len);
 }
 
 int kopa_set_prio_tc_info(uint32_t logic_id, const void *data, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(data, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_prio_tc_info, data, len);
 }
 
 int kopa_get_gratuitous_arp_info(uint32_t logic_id, uint32_t port_id, kopa_garp_info *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_gratuitous_arp_info, &port_id,
                          sizeof(port_id), info, sizeof(*info));
 }
@@ -111,49 +111,49 @@ int kopa_get_gratuitous_arp_info(uint32_t logic_id, uint32_t port_id, kopa_garp_
 int kopa_set_gratuitous_arp_info(uint32_t logic_id, const void *data, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(data, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_gratuitous_arp_info, data, len);
 }
 
 int kopa_set_generic_info(uint32_t logic_id, const void *data, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(data, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_generic_info, data, len);
 }
 
 int kopa_set_optical_auto_adapt(uint32_t logic_id, const void *data, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(data, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_set_optical_auto_adapt, data, len);
 }
 
 int kopa_get_optical_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_optical_info, info, KOPA_OPTICAL_INFO_SIZE);
 }
 
 int kopa_get_netdev_stat(uint32_t logic_id, void *stat)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(stat, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_netdev_stat, stat, KOPA_NETDEV_STAT_SIZE);
 }
 
 int kopa_clear_netdev_stat(uint32_t logic_id)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_clear_netdev_stat, nullptr, 0);
 }
 
 int kopa_get_netdev_status(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_netdev_status, nullptr, 0, buf, len,
                          static_cast<uint32_t>(getpid()));
 }
@@ -161,35 +161,35 @@ int kopa_get_netdev_status(uint32_t logic_id, void *buf, uint32_t len)
 int kopa_get_link_his_stat(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_link_his_stat, buf, len);
 }
 
 int kopa_clear_link_his_stat(uint32_t logic_id)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_clear_link_his_stat, nullptr, 0);
 }
 
 int kopa_get_eth_speed(uint32_t logic_id, uint32_t *speed)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(speed, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_eth_speed, speed, sizeof(*speed));
 }
 
 int kopa_get_fec_info(uint32_t logic_id, uint32_t *fec)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(fec, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_fec_info, fec, sizeof(*fec));
 }
 
 int kopa_set_fec_info(uint32_t logic_id, uint8_t mode)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_fec_set rec{mode};
     return set_only(__func__, logic_id, KOPA_OP_set_fec_info, &rec, sizeof(rec));
 }
@@ -197,7 +197,7 @@ int kopa_set_fec_info(uint32_t logic_id, uint8_t mode)
 int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_eth_test_info, &type, sizeof(type), buf,
                          len);
 }
@@ -205,28 +205,28 @@ int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf, uint32_t 
 int kopa_get_pci_info(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_pci_info, buf, len);
 }
 
 int kopa_get_device_process(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_device_process, buf, len);
 }
 
 int kopa_get_eth_reg_info(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_eth_reg_info, buf, len);
 }
 
 int kopa_get_network_register(uint32_t logic_id, uint32_t reg, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_network_register, &reg, sizeof(reg), buf,
                          len);
 }
@@ -234,28 +234,28 @@ int kopa_get_network_register(uint32_t logic_id, uint32_t reg, void *buf, uint32
 int kopa_get_ssu_reg(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_ssu_reg, buf, len);
 }
 
 int kopa_get_roce_context(uint32_t logic_id, const void *query, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_context, query, 8, buf, len);
 }
 
 int kopa_get_roce_dfx_len(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_roce_dfx_len, buf, len);
 }
 
 int kopa_get_roce_dfx_data(uint32_t logic_id, uint32_t index, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_dfx_data, &index, sizeof(index), buf,
                          len);
 }
@@ -265,7 +265,7 @@ int kopa_get_roce_perftest_status(uint32_t logic_id, const void *req, uint32_t r
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) ||
         !KOPA_ARG_OK(status, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_status, req, req_len, status,
                          10);
 }
@@ -274,7 +274,7 @@ int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req, uint32_t r
                                   uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_report, req, req_len, buf,
                          len);
 }
@@ -282,56 +282,56 @@ int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req, uint32_t r
 int kopa_stop_roce_perftest(uint32_t logic_id, const void *req, uint32_t req_len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return set_only(__func__, logic_id, KOPA_OP_stop_roce_perftest, req, req_len);
 }
 
 int kopa_reset_roce_perftest(uint32_t logic_id, void *buf)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_reset_roce_perftest, buf, 2000);
 }
 
 int kopa_ping_fun(uint32_t logic_id, const void *req, uint32_t req_len, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_ping_fun, req, req_len, buf, len);
 }
 
 int kopa_get_serdes_ctle_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_serdes_ctle_info, info, 230);
 }
 
 int kopa_get_serdes_dfe_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_serdes_dfe_info, info, 160);
 }
 
 int kopa_get_serdes_ffe_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_serdes_ffe_info, info, 50);
 }
 
 int kopa_get_pcs_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_get_pcs_info, info, 904);
 }
 
 int kopa_get_adapt_status_info(uint32_t logic_id, uint32_t lane, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_adapt_status_info, &lane, sizeof(lane),
                          info, 144);
 }
@@ -339,20 +339,20 @@ int kopa_get_adapt_status_info(uint32_t logic_id, uint32_t lane, void *info)
 int kopa_trig_query_cdr_info(uint32_t logic_id, const void *req, uint32_t req_len, void *out)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(out, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_trig_query_cdr_info, req, req_len, out, 8);
 }
 
 int kopa_query_mac_lane_cdr_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return get_fixed(__func__, logic_id, KOPA_OP_query_mac_lane_cdr_info, info, 120);
 }
 
 int kopa_get_cdr_reg_info(uint32_t logic_id, const void *req, void *out)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(out, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_cdr_reg_info, req, 480, out, 480);
 }

@@ -60,10 +60,10 @@ int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode, const vo
 int kopa_send_data(uint32_t logic_id, uint32_t port_id, kopa_send_request *request)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(request, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     if (port_id > kMaxPortId) {
         DRV_ERR("Port id check failed. (port_id = %d)", static_cast<int>(port_id));
-        return kKopaEinval;
+        return kErrnoInval;
     }
     DRV_DBG("Kopa send cmd (opcode=%d; cmdline=\"%s\")", static_cast<int>(request->opcode),
             request->cmdline != nullptr ? request->cmdline : "");

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "base/result.hpp"
+
 /// Logs "logic id:%d is invalid! expect [0]-[15]" under the operation's name when `logic_id`
 /// is out of range. Use through KOPA_LOGIC_ID_OK.
 [[nodiscard]] bool kopa_logic_id_ok(uint32_t logic_id, const char *func, int line);
@@ -16,8 +18,6 @@
 #define KOPA_LOGIC_ID_OK(logic_id) kopa_logic_id_ok((logic_id), __func__, __LINE__)
 #define KOPA_ARG_OK(ptr, logic_id) kopa_arg_ok((ptr), #ptr, (logic_id), __func__, __LINE__)
 
-/// Errno-style code of a rejected argument.
-inline constexpr int kKopaEinval = -22;
 
 /// Prints the permission line on standard error and logs it (firmware result -13).
 void kopa_report_permission();

@@ -21,7 +21,7 @@ template <typename T> uint32_t size_of(const T &)
 int kopa_set_net_detect_ip_address(uint32_t logic_id, uint32_t address)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_net_detect_ip_address, &address,
                          size_of(address), nullptr, 0);
 }
@@ -29,7 +29,7 @@ int kopa_set_net_detect_ip_address(uint32_t logic_id, uint32_t address)
 int kopa_get_net_detect_ip_address(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *address)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(address, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_net_detect_ip_address, nullptr, 0, address,
                          size_of(*address));
 }
@@ -37,7 +37,7 @@ int kopa_get_net_detect_ip_address(uint32_t logic_id, uint32_t /*port_id*/, uint
 int kopa_set_default_gateway_address(uint32_t logic_id, uint32_t port_id, uint32_t gateway)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_gateway_record rec{port_id, gateway, 0};
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_default_gateway_address, &rec,
                          size_of(rec), nullptr, 0);
@@ -46,7 +46,7 @@ int kopa_set_default_gateway_address(uint32_t logic_id, uint32_t port_id, uint32
 int kopa_del_default_gateway_address(uint32_t logic_id, uint32_t port_id, uint32_t gateway)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_gateway_record rec{port_id, gateway, 0};
     return kopa_exchange(__func__, logic_id, KOPA_OP_del_default_gateway_address, &rec,
                          size_of(rec), nullptr, 0);
@@ -56,7 +56,7 @@ int kopa_get_default_gateway_address(uint32_t logic_id, uint32_t *gateway, uint3
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(gateway, logic_id) ||
         !KOPA_ARG_OK(port, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_gateway_record rec{};
     int ret = kopa_exchange(__func__, logic_id, KOPA_OP_get_default_gateway_address, nullptr, 0,
                             &rec, size_of(rec));
@@ -70,7 +70,7 @@ int kopa_get_default_gateway_address(uint32_t logic_id, uint32_t *gateway, uint3
 int kopa_lldp_get_neighbor_info(uint32_t logic_id)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     // One spare byte keeps the text terminated whatever the firmware sends.
     char text[2000 + 1] = {};
     int ret =
@@ -83,7 +83,7 @@ int kopa_lldp_get_neighbor_info(uint32_t logic_id)
 int kopa_get_mac_address(uint32_t logic_id, uint32_t /*port_id*/, uint8_t mac[6])
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(mac, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_mac_address, nullptr, 0, mac,
                          sizeof(kopa_mac_record));
 }
@@ -91,7 +91,7 @@ int kopa_get_mac_address(uint32_t logic_id, uint32_t /*port_id*/, uint8_t mac[6]
 int kopa_set_mac_address(uint32_t logic_id, uint32_t /*port_id*/, const uint8_t mac[6])
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(mac, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_mac_address, mac, sizeof(kopa_mac_record),
                          nullptr, 0);
 }
@@ -99,7 +99,7 @@ int kopa_set_mac_address(uint32_t logic_id, uint32_t /*port_id*/, const uint8_t 
 int kopa_set_netdev_link(uint32_t logic_id, uint32_t port_id, uint32_t state)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_link_set_record rec{static_cast<uint8_t>(port_id), static_cast<uint8_t>(state), 0};
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_netdev_link, &rec, size_of(rec), nullptr,
                          0);
@@ -108,7 +108,7 @@ int kopa_set_netdev_link(uint32_t logic_id, uint32_t port_id, uint32_t state)
 int kopa_get_netdev_link(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *state)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(state, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_netdev_link, nullptr, 0, state,
                          size_of(*state));
 }
@@ -116,7 +116,7 @@ int kopa_get_netdev_link(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *stat
 int kopa_set_mtu(uint32_t logic_id, uint32_t port_id, uint32_t mtu)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_mtu_record rec{static_cast<uint8_t>(port_id), mtu};
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_mtu, &rec, size_of(rec), nullptr, 0);
 }
@@ -124,7 +124,7 @@ int kopa_set_mtu(uint32_t logic_id, uint32_t port_id, uint32_t mtu)
 int kopa_get_mtu(uint32_t logic_id, uint32_t /*port_id*/)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_mtu_record rec{};
     int ret = kopa_exchange(__func__, logic_id, KOPA_OP_get_mtu, nullptr, 0, &rec, size_of(rec));
     if (ret == 0) {
@@ -137,7 +137,7 @@ int kopa_get_mtu(uint32_t logic_id, uint32_t /*port_id*/)
 int kopa_get_route_table(uint32_t logic_id, uint32_t /*port_id*/, char *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_route_table, nullptr, 0, buf, len,
                          static_cast<uint32_t>(getpid()));
 }
@@ -145,7 +145,7 @@ int kopa_get_route_table(uint32_t logic_id, uint32_t /*port_id*/, char *buf, uin
 int kopa_add_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_route_record *route)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(route, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     uint32_t reply = 0;
     return kopa_exchange(__func__, logic_id, KOPA_OP_add_route_table, route, sizeof(*route), &reply,
                          size_of(reply));
@@ -154,7 +154,7 @@ int kopa_add_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_rou
 int kopa_del_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_route_record *route)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(route, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     uint32_t reply = 0;
     return kopa_exchange(__func__, logic_id, KOPA_OP_del_route_table, route, sizeof(*route), &reply,
                          size_of(reply));
@@ -163,7 +163,7 @@ int kopa_del_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_rou
 int kopa_set_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t udp_port)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_roce_port_record rec{static_cast<uint16_t>(port_id), udp_port};
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_roce_port, &rec, size_of(rec), nullptr, 0);
 }
@@ -171,7 +171,7 @@ int kopa_set_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t udp_port)
 int kopa_get_roce_port(uint32_t logic_id, uint32_t /*port_id*/)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_roce_port_record rec{};
     int ret =
         kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_port, nullptr, 0, &rec, size_of(rec));
@@ -185,7 +185,7 @@ int kopa_get_roce_port(uint32_t logic_id, uint32_t /*port_id*/)
 int kopa_set_cfg_status(uint32_t logic_id, uint32_t status)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_cfg_status_record rec{0, status};
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_cfg_status, &rec, size_of(rec), nullptr,
                          0);
@@ -194,7 +194,7 @@ int kopa_set_cfg_status(uint32_t logic_id, uint32_t status)
 int kopa_get_cfg_status(uint32_t logic_id, uint32_t *status)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(status, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     kopa_cfg_status_record query{0, 0};
     kopa_cfg_status_record reply{};
     int ret = kopa_exchange(__func__, logic_id, KOPA_OP_get_cfg_status, &query, size_of(query),
@@ -207,7 +207,7 @@ int kopa_get_cfg_status(uint32_t logic_id, uint32_t *status)
 int kopa_get_vnic_status(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *link)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(link, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_vnic_status, nullptr, 0, link,
                          size_of(*link));
 }
@@ -215,14 +215,14 @@ int kopa_get_vnic_status(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *link
 int kopa_get_firmware_version(uint32_t logic_id, char *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_firmware_version, nullptr, 0, buf, len);
 }
 
 int kopa_get_eth_duplex(uint32_t logic_id, uint32_t *duplex)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(duplex, logic_id))
-        return kKopaEinval;
+        return kErrnoInval;
     return kopa_exchange(__func__, logic_id, KOPA_OP_get_eth_duplex, nullptr, 0, duplex,
                          size_of(*duplex));
 }

@@ -16,8 +16,9 @@
 #include <ctime>
 #include <string>
 
+#include "base/result.hpp"
 #include "log/driver_log.hpp"
-#include "main/paths.hpp"
+#include "base/paths.hpp"
 
 namespace {
 
@@ -63,7 +64,7 @@ int log_dir_for(const char *user, char *buf, size_t size)
 {
     int n = strcmp(user, "root") == 0 ? snprintf(buf, size, "%s", kRunLogRootDir)
                                       : snprintf(buf, size, kHomeDirFmt, user);
-    return (n < 0 || static_cast<size_t>(n) >= size) ? -12 : 0;
+    return (n < 0 || static_cast<size_t>(n) >= size) ? kErrnoNoMem : 0;
 }
 
 int GetLogFilePath(char *buf, size_t size)
@@ -80,7 +81,7 @@ int GetLogFilePath(char *buf, size_t size)
     int ret = getpwuid_r(getuid(), &record, strings, sizeof(strings), &found);
     if (ret != 0 || found == nullptr) {
         explicit_bzero(strings, sizeof(strings));
-        return -22;
+        return kErrnoInval;
     }
     int ret_dir = log_dir_for(record.pw_name, buf, size);
     explicit_bzero(&record, sizeof(record));
@@ -101,7 +102,7 @@ void make_parents(const char *path)
 int CheckFilePath(const char *path, mode_t mode)
 {
     if (path == nullptr || strnlen(path, PATH_MAX + 1) > PATH_MAX)
-        return -22;
+        return kErrnoInval;
     char resolved[PATH_MAX + 1];
     if (realpath(path, resolved) != nullptr)
         return 0;

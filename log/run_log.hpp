@@ -1,7 +1,7 @@
 // The run log: the tool's audit trail, a ring file with one ".old" generation.
 #pragma once
 
-#include "main/identity.hpp"
+#include "base/identity.hpp"
 
 /// Writes one run-log line. `format` begins with a 13-character class-and-level word
 /// ("PROMPT MINOR " or "CONFIG MAJOR ") followed by " %s %s %s:%d >>> "; the time stamp is

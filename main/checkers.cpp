@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "log/driver_log.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
 
@@ -70,7 +70,7 @@ int str_to_off_conversion(char c, int base)
         return c - 'a' + 10;
     if (base == 16 && c >= 'A' && c <= 'F')
         return c - 'A' + 10;
-    return -22;
+    return kErrnoInval;
 }
 
 }  // namespace
@@ -216,10 +216,10 @@ int32_t tool_check_vfe(const char *text)
 int check_str_is_num(const char *text, uint32_t length)
 {
     if (text == nullptr)
-        return -22;
+        return kErrnoInval;
     for (uint32_t i = 0; i < length; ++i) {
         if (!is_digit(text[i]))
-            return -22;
+            return kErrnoInval;
     }
     return 0;
 }

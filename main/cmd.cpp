@@ -16,8 +16,8 @@
 #include "main/audit.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
-#include "main/paths.hpp"
-#include "main/result.hpp"
+#include "base/paths.hpp"
+#include "base/result.hpp"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "log/driver_log.hpp"
 #include "main/cmd_table.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
 

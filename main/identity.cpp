@@ -9,15 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/identity.hpp"
 #include "log/driver_log.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
-
-constexpr size_t kIdentityLen = 32;
-
-char g_vorn_usr_name[kIdentityLen];
-char g_vorn_usr_ip[kIdentityLen];
 
 void set_ip_text(const char *text)
 {
@@ -35,7 +31,7 @@ int vorn_get_usr_name()
     if (ret != 0 || found == nullptr) {
         DRV_ERR("getpwuid_r fail. (ret=%d)", ret);
         explicit_bzero(strings, sizeof(strings));
-        return -22;
+        return kErrnoInval;
     }
     int result = kOk;
     size_t len = strnlen(record.pw_name, kIdentityLen);
@@ -83,6 +79,4 @@ int vorn_get_usr_ip()
     return kOk;
 }
 
-const char *vorn_get_g_usr_name() { return g_vorn_usr_name; }
 
-const char *vorn_get_g_usr_ip() { return g_vorn_usr_ip; }

@@ -6,7 +6,7 @@
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
 #include "main/identity.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 int main(int argc, char **argv)
 {

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "log/driver_log.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
 

@@ -55,7 +55,7 @@ TEST_F(StoreTest, ReadTakesFirstLineBeginningWithKeyAndSkipsComments)
     put("#address_1=9.9.9.9\nmtu_10=9000\nmtu_1=1500\nab\nempty_1=\n");
     int ret = -1;
     EXPECT_EQ(read("address_1", &ret), "");
-    EXPECT_EQ(ret, kCfgErrNotFound);
+    EXPECT_EQ(ret, kErrSysNotFound);
     EXPECT_EQ(read("mtu_1", &ret), "9000");
     EXPECT_EQ(ret, 0);
     EXPECT_EQ(read("empty_1", &ret), "");
@@ -67,7 +67,7 @@ TEST_F(StoreTest, ReadRefusesValueLongerThanCallerBuffer)
     put("k_1=12345\n");
     int ret = -1;
     (void)read("k_1", &ret, 5);
-    EXPECT_EQ(ret, kCfgErrString);
+    EXPECT_EQ(ret, kErrSysCopy);
     EXPECT_EQ(read("k_1", &ret, 6), "12345");
     EXPECT_EQ(ret, 0);
 }
@@ -95,7 +95,7 @@ TEST_F(StoreTest, FullFileRefusedAndLeftUnchanged)
 
     const std::string full = conf();
     ::testing::internal::CaptureStderr();
-    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "k_2", "v"), kCfgErrString);
+    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "k_2", "v"), kErrSysCopy);
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "vorn.conf size must smaller than 1M.\n");
     EXPECT_TRUE(conf() == full);
 }
@@ -137,21 +137,21 @@ TEST_F(StoreTest, UnreadableFileIsAnAccessErrorNotAMissingKey)
     ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);  // a directory where the file should be
     int ret = -1;
     (void)read("mtu_1", &ret);
-    EXPECT_EQ(ret, kCfgErrRead);
-    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "mtu_1", "1"), kCfgErrWrite);
-    EXPECT_EQ(cfg_inner_del_conf(path_.c_str(), "mtu_1"), kCfgErrDelete);
+    EXPECT_EQ(ret, kErrSysRead);
+    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "mtu_1", "1"), kErrSysWrite);
+    EXPECT_EQ(cfg_inner_del_conf(path_.c_str(), "mtu_1"), kErrSysDelete);
 }
 
 TEST_F(StoreTest, MissingFileFailsEveryOperationWithoutCreatingIt)
 {
     int ret = -1;
     (void)read("mtu_1", &ret);
-    EXPECT_EQ(ret, kCfgErrRead);
-    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "mtu_1", "1"), kCfgErrWrite);
-    EXPECT_EQ(cfg_inner_del_conf(path_.c_str(), "mtu_1"), kCfgErrDelete);
+    EXPECT_EQ(ret, kErrSysRead);
+    EXPECT_EQ(cfg_inner_write_conf(path_.c_str(), "mtu_1", "1"), kErrSysWrite);
+    EXPECT_EQ(cfg_inner_del_conf(path_.c_str(), "mtu_1"), kErrSysDelete);
     EXPECT_NE(access(path_.c_str(), F_OK), 0);
     EXPECT_EQ(cfg_inner_write_conf((dir_ + "/no/such/dir/vorn.conf").c_str(), "a", "b"),
-              kCfgErrPath);
+              kErrSysNull);
 }
 
 TEST_F(StoreTest, OuterCallsUseItemAndPhysicalIdUnderTestRoot)
@@ -166,7 +166,7 @@ TEST_F(StoreTest, OuterCallsUseItemAndPhysicalIdUnderTestRoot)
     EXPECT_EQ(cfg_read_conf(3, "address", value, sizeof(value)), 0);
     EXPECT_STREQ(value, "10.0.0.2");
     EXPECT_EQ(cfg_del_conf(3, "address"), 0);
-    EXPECT_EQ(cfg_read_conf(3, "address", value, sizeof(value)), kCfgErrNotFound);
+    EXPECT_EQ(cfg_read_conf(3, "address", value, sizeof(value)), kErrSysNotFound);
     EXPECT_EQ(cfg_write_conf(3, nullptr, "x"), -22);
 }
 

@@ -14,7 +14,7 @@
 
 #include "log/run_log.hpp"
 #include "main/identity.hpp"
-#include "main/paths.hpp"
+#include "base/paths.hpp"
 
 namespace fs = std::filesystem;
 

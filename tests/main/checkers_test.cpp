@@ -7,7 +7,7 @@
 
 #include "main/checkers.hpp"
 #include "main/option_parser.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "main/cmd.hpp"
 #include "main/cmd_table.hpp"
 #include "main/errors.hpp"
-#include "main/result.hpp"
+#include "base/result.hpp"
 
 namespace {
 

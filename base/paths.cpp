@@ -1,5 +1,5 @@
 // Mapping of the system's absolute paths onto the test root of a test build.
-#include "main/paths.hpp"
+#include "base/paths.hpp"
 
 #ifdef VORN_TEST_PATHS
 #include <cstdlib>

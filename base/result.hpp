@@ -1,6 +1,7 @@
 // Tool result codes: the one number every layer hands upwards and the process exits with.
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 
 // The high nibble of the low 16 bits names the class; the front-end picks one printer per class.
@@ -76,6 +77,12 @@ enum ToolResult : int32_t {
     // 0x5000: the command could not be executed.
     kErrExec = 0x5001,
 };
+
+// The low-level routines (device operations, the channel, the configuration store's argument
+// checks) return 0, -1 or a negated errno value; handlers translate them into tool codes.
+inline constexpr int kErrnoInval = -EINVAL;  ///< -22: an argument or a reply is not usable
+inline constexpr int kErrnoNoMem = -ENOMEM;  ///< -12: out of memory, or a saved line out of form
+inline constexpr int kErrnoBusy = -EBUSY;    ///< -16: another process holds the lock
 
 /// The class of a result code: 0x1000, 0x2000, 0x3000, 0x4000 or 0x5000.
 constexpr int32_t result_class(int32_t code) { return code & 0xF000; }

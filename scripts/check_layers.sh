@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Fails when a lower layer of the tool includes a higher one. From the bottom up:
+#   base/                      includes nothing of the tool's own
+#   log/, config/, device/     may include base/ and each other's headers, never main/,
+#                              commands/ or tls/
+#   platform/kopa_platform.h   is included only by device/ and the driver-log channel
+# main/, commands/ and tls/ sit on top. Usage: scripts/check_layers.sh [source root]
+set -uo pipefail
+root=${1:-$(dirname "$0")/..}
+cd "$root" || exit 2
+
+status=0
+fail() { printf 'layering: %s\n' "$*" >&2; status=1; }
+
+includes() { # dir -> "file:line:included path" for every project include below dir
+  grep -rnE --include='*.cpp' --include='*.hpp' --include='*.h' '^[[:space:]]*#[[:space:]]*include[[:space:]]*"' "$1" 2>/dev/null |
+    sed -E 's/^([^:]*:[0-9]+):[[:space:]]*#[[:space:]]*include[[:space:]]*"([^"]*)".*/\1:\2/'
+}
+
+while IFS=: read -r file line inc; do
+  [[ -n "$file" ]] || continue
+  [[ "$inc" == base/* ]] || fail "$file:$line includes $inc (base/ includes nothing above it)"
+done < <(includes base)
+
+for dir in log config device; do
+  while IFS=: read -r file line inc; do
+    [[ -n "$file" ]] || continue
+    case "$inc" in
+      main/* | commands/* | tls/*) fail "$file:$line includes $inc ($dir/ must not reach upwards)" ;;
+    esac
+  done < <(includes "$dir")
+done
+
+for dir in base log config commands main tls; do
+  while IFS=: read -r file line inc; do
+    [[ -n "$file" ]] || continue
+    [[ "$inc" == platform/kopa_platform.h ]] || continue
+    case "$file" in
+      log/driver_log.hpp | log/driver_log.cpp) ;;
+      *) fail "$file:$line includes $inc (only device/ and the driver-log channel do)" ;;
+    esac
+  done < <(includes "$dir")
+done
+
+((status == 0)) && echo "layering: no upward include"
+exit $status
