@@ -1,9 +1,11 @@
 // Steps that many command handlers share: the refusal of a wrong word count or an unknown word,
-// the read of a saved item for replay and the save of one value. Each logs under the function,
+// the copy of an address word, the read of a saved item for replay and the save of one value. Each logs under the function,
 // file and line of its caller, as the line written in the caller itself would.
 #pragma once
 
 #include <cstdint>
+
+#include "base/text.hpp"
 
 /// Where a shared step was called from.
 struct CallSite {
@@ -33,6 +35,14 @@ struct CallSite {
 /// is absent or cannot be read: replay then has nothing to do.
 [[nodiscard]] bool cmd_replay_read(const CallSite &where, uint32_t phy_id, const char *item,
                                    const char *what, char *value, uint32_t size);
+
+/// Copies the dotted-quad word `src` into `dst` for the value named `name` ("address",
+/// "netmask", "gateway"). A word of 20 characters or more is refused with kErrSysCopy and the
+/// driver-log line "memcpy_s <name> fail[34], dlen[20], slen[<len>]" followed by `log_tail`
+/// (may be empty), repeated to the run log when `run_log` is set.
+[[nodiscard]] int32_t cmd_copy_ip_word(const CallSite &where, char (&dst)[kIpTextSize],
+                                       const char *src, const char *name, bool run_log,
+                                       const char *log_tail = "");
 
 /// Saves `value` as the `item` of device `phy_id`. On failure: driver-log error
 /// "write cfg error[<code>], phy_id[<id>]", then `user_text` on standard error. Returns the

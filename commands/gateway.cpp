@@ -4,9 +4,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "commands/conf_item.hpp"
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
@@ -19,7 +18,6 @@
 namespace
 {
 
-constexpr uint32_t kIpTextSize = 20;
 constexpr uint32_t kGroupSize = 4;
 // The firmware holds no gateway when a read leaves both values at this preset.
 constexpr uint32_t kNoGateway = 255;
@@ -53,7 +51,7 @@ struct HwGateway {
         if (pcie ? list.logic_id[i] != logic_id : (list.phy_id[i] >= kGroupSize) != upper_group)
             continue;
         char text[kIpTextSize] = {};
-        ret = tool_conf_read_item(list.phy_id[i], "gateway", text, sizeof(text));
+        ret = cfg_read_conf(list.phy_id[i], "gateway", text, sizeof(text));
         if (ret == kErrSysNotFound)
             continue;
         if (ret != 0) {
@@ -97,7 +95,7 @@ struct HwGateway {
     if (kopa_get_default_gateway_address(logic_id, &gw, &port) != 0 ||
         (gw == kNoGateway && port == kNoGateway)) {
         if (saved) {
-            ret = tool_conf_del_item(conf_phy, "gateway");
+            ret = cfg_del_conf(conf_phy, "gateway");
             if (ret != 0) {
                 DRV_ERR("del cfg error! ret[%d] phy_id[%u]", ret, conf_phy);
                 return ret;
@@ -119,7 +117,7 @@ struct HwGateway {
     if (saved) {
         DRV_WARN("hw gateway[0x%x] port[%u], diff conf gw[0x%x] phy_id[%u]", gw, port, conf_gw,
                  conf_phy);
-        ret = tool_conf_del_item(conf_phy, "gateway");
+        ret = cfg_del_conf(conf_phy, "gateway");
         if (ret != 0) {
             DRV_ERR("del cfg error! ret[%d] phy_id[%u]", ret, conf_phy);
             return ret;
@@ -149,7 +147,7 @@ struct HwGateway {
         DRV_ERR("kopa del default gw fail! ret[%d] logic_id[%u] ip[0x%x]", ret, logic_id, gateway);
         return kopa_err_to_vorn_err(ret);
     }
-    ret = tool_conf_del_item(phy_id, "gateway");
+    ret = cfg_del_conf(phy_id, "gateway");
     if (ret != 0) {
         DRV_ERR("del cfg error! ret[%d] phy_id[%u]", ret, phy_id);
         return ret;
@@ -191,27 +189,18 @@ struct HwGateway {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_ip_get_gateway(char **argv, char *gateway)
+[[nodiscard]] int32_t tool_ip_get_gateway(char **argv, char (*gateway)[kIpTextSize])
 {
     if (strcmp(argv[1], "gateway") != 0)
         return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown cmd, do you mean gateway\n");
-    size_t len = strlen(argv[2]);
-    if (len >= kIpTextSize) {
-        DRV_ERR("memcpy_s gateway fail[%d], dlen[%d], slen[%u]", ERANGE, kIpTextSize,
-                static_cast<unsigned>(len));
-        RUN_LOG_PROMPT("memcpy_s gateway fail[%d], dlen[%d], slen[%u]\n", ERANGE, kIpTextSize,
-                       static_cast<unsigned>(len));
-        return kErrSysCopy;
-    }
-    memcpy(gateway, argv[2], len + 1);
-    return kOk;
+    return cmd_copy_ip_word(CMD_HERE, *gateway, argv[2], "gateway", true);
 }
 
-[[nodiscard]] int32_t tool_inner_gateway_set_execute(char **argv, cmd_parse_info *info)
+int32_t tool_inner_gateway_set_execute(int /*argc*/, char **argv, cmd_parse_info *info)
 {
     RUN_LOG_CONFIG("Start to set default gateway address of logic_id[%u]\n", info->logic_id);
     char gateway[kIpTextSize] = {};
-    int32_t ret = tool_ip_get_gateway(argv, gateway);
+    int32_t ret = tool_ip_get_gateway(argv, &gateway);
     if (ret != kOk) {
         DRV_ERR("Tool ip get gateway fail. (ret=%d)", ret);
         return ret;
@@ -219,14 +208,14 @@ struct HwGateway {
     // A gateway belongs to a saved address: without one there is no segment to check against.
     char address[kIpTextSize] = {};
     char netmask[kIpTextSize] = {};
-    ret = tool_conf_read_item(info->phy_id, "address", address, sizeof(address));
+    ret = cfg_read_conf(info->phy_id, "address", address, sizeof(address));
     if (ret != 0) {
         fprintf(stderr, "Failed to read the address from the config file.\n");
         DRV_ERR("read address fail! ret[%d] phy_id[%u]", ret, info->phy_id);
         // "Not found" is told by the text above; the front-end adds nothing.
         return ret == kErrSysNotFound ? kErrReported : ret;
     }
-    ret = tool_conf_read_item(info->phy_id, "netmask", netmask, sizeof(netmask));
+    ret = cfg_read_conf(info->phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         fprintf(stderr, "Failed to read the netmask from the config file.\n");
         DRV_ERR("read netmask fail! ret[%d] phy_id[%u]", ret, info->phy_id);
@@ -252,8 +241,9 @@ struct HwGateway {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_get_gateway(uint32_t logic_id)
+int32_t tool_get_gateway(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
+    const uint32_t logic_id = info->logic_id;
     uint32_t gw = kNoGateway;
     uint32_t port = kNoGateway;
     int ret = kopa_get_default_gateway_address(logic_id, &gw, &port);
@@ -271,25 +261,35 @@ struct HwGateway {
     return kOk;
 }
 
+constexpr CmdOp kGatewayOps[] = {
+    {"-s", 3, true, tool_inner_gateway_set_execute},
+    {"-g", 1, false, tool_get_gateway},
+};
+
+constexpr CmdMask kGatewayMasks[] = {{"gateway", 5}};
+
+constexpr const char *kHelpGateway = "   [-s]        : set gateway cfg \n"
+                                     "       gateway %s : set gateway, such as x.x.x.x\n"
+                                     "   [-g]        : get gateway address \n";
+
 } // namespace
 
-int32_t tool_gateway_cmd_execute(int argc, char **argv, cmd_parse_info *info)
-{
-    if (argc <= 0 || argv == nullptr || info == nullptr)
-        return cmd_err_argc(CMD_HERE, argc);
-    bool set = strcmp(argv[0], "-s") == 0;
-    if (!set && strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option!\n");
-    if (argc != (set ? 3 : 1))
-        return cmd_err_argc(CMD_HERE, argc);
-    return set ? tool_inner_gateway_set_execute(argv, info) : tool_get_gateway(info->logic_id);
-}
+extern constexpr CmdDesc kGatewayCmd{
+    .major = "-i",
+    .name = "-gateway",
+    .handler = "tool_gateway_cmd_execute",
+    .description = "gateway cfg cmd",
+    .help = kHelpGateway,
+    .ops = kGatewayOps,
+    .unknown_op = {RefusalLog::kNone, nullptr, "Get unknown option!\n"},
+    .masks = kGatewayMasks,
+};
 
 // Replay sets the saved gateway as it stands; the group bookkeeping was done when it was saved.
-int32_t tool_cfg_gateway_recovery(cmd_parse_info *info)
+int32_t tool_cfg_gateway_recovery(DevRef dev)
 {
     char text[kIpTextSize] = {};
-    if (!cmd_replay_read(CMD_HERE, info->phy_id, "gateway", "gateway", text, sizeof(text)))
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, "gateway", "gateway", text, sizeof(text)))
         return kOk;
     DRV_DBG("gateway need recover cfg");
     uint32_t gw = 0;
@@ -299,10 +299,10 @@ int32_t tool_cfg_gateway_recovery(cmd_parse_info *info)
         DRV_ERR("Tool inet pton ipv4 address fail. (ret=%d; gateway_ip=0x%x)", ret, gw);
         return kErrKopa;
     }
-    ret = kopa_set_default_gateway_address(info->logic_id, 0, gw);
+    ret = kopa_set_default_gateway_address(dev.logic_id, 0, gw);
     if (ret != 0) {
         DRV_ERR("kopa set default gw fail! ret[%d] logic_id[%u] gateway_ip[0x%x]", ret,
-                info->logic_id, gw);
+                dev.logic_id, gw);
         return kErrKopa;
     }
     return kOk;

@@ -7,9 +7,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "commands/conf_item.hpp"
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
 #include "commands/route_store.hpp"
@@ -23,7 +22,6 @@
 namespace
 {
 
-constexpr uint32_t kIpTextSize = 20;
 constexpr uint32_t kGroupSize = 4;
 constexpr const char *kHostLinkAddress = "192.168.1.199";
 constexpr const char *kHostLinkNetmask = "255.255.255.0";
@@ -33,21 +31,6 @@ struct IpText {
     char netmask[kIpTextSize];
 };
 
-[[nodiscard]] int32_t copy_ip_word(char *dst, const char *src, const char *name)
-{
-    size_t len = strlen(src);
-    if (len >= kIpTextSize) {
-        DRV_ERR("memcpy_s %s fail[%d], dlen[%d], slen[%u]", name, ERANGE, kIpTextSize,
-                static_cast<unsigned>(len));
-        RUN_LOG_PROMPT("memcpy_s %s fail[%d], dlen[%d], slen[%u]\n", name, ERANGE, kIpTextSize,
-                       static_cast<unsigned>(len));
-        return kErrSysCopy;
-    }
-    memset(dst, 0, kIpTextSize);
-    memcpy(dst, src, len);
-    return kOk;
-}
-
 // The pairs come in either order; a repeated key leaves the other value empty on purpose, so
 // that its validity check refuses the line.
 [[nodiscard]] int32_t tool_ip_get_ipaddr(char **argv, IpText *ip)
@@ -56,9 +39,9 @@ struct IpText {
     for (int i = 1; i <= 3; i += 2) {
         int32_t ret;
         if (strcmp(argv[i], "address") == 0) {
-            ret = copy_ip_word(ip->address, argv[i + 1], "address");
+            ret = cmd_copy_ip_word(CMD_HERE, ip->address, argv[i + 1], "address", true);
         } else if (strcmp(argv[i], "netmask") == 0) {
-            ret = copy_ip_word(ip->netmask, argv[i + 1], "netmask");
+            ret = cmd_copy_ip_word(CMD_HERE, ip->netmask, argv[i + 1], "netmask", true);
         } else {
             ret = cmd_err_unknown_option(CMD_HERE, nullptr,
                                          "Get unknown cmd, do you mean address or netmask\n");
@@ -87,9 +70,10 @@ struct IpText {
     return ((m - 1) | m) == 0xFFFFFFFFu;
 }
 
-[[nodiscard]] int32_t tool_ip_set_address(uint32_t logic_id, const char *address,
-                                          const char *netmask)
+[[nodiscard]] int32_t tool_ip_set_address(DevRef dev, const char *address, const char *netmask,
+                                          SetMode /*mode*/)
 {
+    const uint32_t logic_id = dev.logic_id;
     uint32_t addr = 0;
     if (tool_inet_pton_ipv4_address(address, &addr) != kOk || addr == 0 || addr == 0xFFFFFFFFu) {
         fprintf(stderr, "The IP address is invalid!\n");
@@ -137,7 +121,7 @@ struct IpText {
     // An unparsable text names no segment; the validation that follows refuses it.
     if (inet_pton(AF_INET, address, &addr) != 1 || inet_pton(AF_INET, netmask, &mask) != 1)
         return kOk;
-    int32_t ret = tool_read_vorn_conf_handle_action(info, RouteAction::kDelOutsideSegment,
+    int32_t ret = tool_read_vorn_conf_handle_action(dev_of(info), RouteAction::kDelOutsideSegment,
                                                     addr.s_addr, mask.s_addr);
     if (ret != 0) {
         fprintf(stderr, "Failed to check the route network segment in the config file.\n");
@@ -154,23 +138,23 @@ struct IpText {
                                                      const char *netmask)
 {
     char gateway[kIpTextSize] = {};
-    if (tool_conf_read_item(info->phy_id, "gateway", gateway, sizeof(gateway)) == 0) {
+    if (cfg_read_conf(info->phy_id, "gateway", gateway, sizeof(gateway)) == 0) {
         int32_t ret = tool_check_ip_net_segment(address, gateway, netmask);
         if (ret != kOk) {
             DRV_ERR("Not same net segment. (ret=%d)", ret);
-            ret = tool_conf_del_item(info->phy_id, "gateway");
+            ret = cfg_del_conf(info->phy_id, "gateway");
             if (ret != 0) {
                 DRV_ERR("del cfg error! ret[%d] logic_id[%u]", ret, info->logic_id);
                 return ret;
             }
         }
     }
-    int32_t ret = tool_cfg_gateway_recovery(info);
+    int32_t ret = tool_cfg_gateway_recovery(dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover gateway cfg fail! ret[%d] phy_id[%u]", ret, info->phy_id);
         return ret;
     }
-    ret = tool_cfg_route_recovery(info);
+    ret = tool_cfg_route_recovery(dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover route cfg fail[%d], phy_id[%u]", ret, info->phy_id);
         return ret;
@@ -195,7 +179,7 @@ struct IpText {
     return ret;
 }
 
-[[nodiscard]] int32_t tool_set_device_ipaddr(char **argv, cmd_parse_info *info)
+int32_t tool_set_device_ipaddr(int /*argc*/, char **argv, cmd_parse_info *info)
 {
     RUN_LOG_CONFIG("Start to set ip address and netmask_ip of logic_id[%u]\n", info->logic_id);
     IpText ip;
@@ -211,7 +195,7 @@ struct IpText {
     ret = tool_check_route_net_segment(info, ip.address, ip.netmask);
     if (ret != kOk)
         return ret;
-    ret = tool_ip_set_address(info->logic_id, ip.address, ip.netmask);
+    ret = tool_ip_set_address(dev_of(info), ip.address, ip.netmask, SetMode::kCommand);
     if (ret != kOk) {
         DRV_ERR("Ip set address fail! (ret=%d; logic_id=%u)", ret, info->logic_id);
         return ret;
@@ -223,8 +207,9 @@ struct IpText {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_get_device_ipaddr(uint32_t logic_id)
+int32_t tool_get_device_ipaddr(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
+    const uint32_t logic_id = info->logic_id;
     kopa_ip_record rec{};
     int ret = kopa_get_device_ip_address(logic_id, KOPA_PORT_TYPE_ROCE, 0, &rec);
     if (ret != 0) {
@@ -245,6 +230,18 @@ struct IpText {
     printf("netmask:%s\n", netmask);
     return kOk;
 }
+
+constexpr CmdOp kIpOps[] = {
+    {"-s", 5, true, tool_set_device_ipaddr, "err ip set cmd argc[%d]"},
+    {"-g", 1, false, tool_get_device_ipaddr, "err ip get cmd argc[%d]"},
+};
+
+constexpr CmdMask kIpMasks[] = {{"address", 5}, {"netmask", 7}};
+
+constexpr const char *kHelpIp = "   [-s]        : set ip cfg \n"
+                                "       address %s : set ip address, such as x.x.x.x\n"
+                                "       netmask %s : set netmask, such as x.x.x.x\n"
+                                "   [-g]        :get ip address and netmask \n";
 
 } // namespace
 
@@ -279,37 +276,27 @@ bool is_ipaddr_conflict(uint32_t logic_id, const char *address, const char *netm
     return (addr & mask) == (inet_addr(kHostLinkAddress) & inet_addr(kHostLinkNetmask));
 }
 
-int32_t tool_ip_cmd_execute(int argc, char **argv, cmd_parse_info *info)
-{
-    if (argc <= 0 || argv == nullptr || info == nullptr)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "-s") == 0) {
-        if (argc != 5) {
-            DRV_ERR("err ip set cmd argc[%d]", argc);
-            return kErrArgCount;
-        }
-        return tool_set_device_ipaddr(argv, info);
-    }
-    if (strcmp(argv[0], "-g") == 0) {
-        if (argc != 1) {
-            DRV_ERR("err ip get cmd argc[%d]", argc);
-            return kErrArgCount;
-        }
-        return tool_get_device_ipaddr(info->logic_id);
-    }
-    return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option.\n");
-}
+extern constexpr CmdDesc kIpCmd{
+    .major = "-i",
+    .name = "-ip",
+    .handler = "tool_ip_cmd_execute",
+    .description = "ip cfg cmd",
+    .help = kHelpIp,
+    .ops = kIpOps,
+    .unknown_op = {RefusalLog::kNone, nullptr, "Get unknown option.\n"},
+    .masks = kIpMasks,
+};
 
-int32_t tool_cfg_ip_recovery(cmd_parse_info *info)
+int32_t tool_cfg_ip_recovery(DevRef dev)
 {
     char address[kIpTextSize] = {};
     char netmask[kIpTextSize] = {};
-    int ret = tool_conf_read_item(info->phy_id, "address", address, sizeof(address));
+    int ret = cfg_read_conf(dev.phy_id, "address", address, sizeof(address));
     if (ret == 0)
-        ret = tool_conf_read_item(info->phy_id, "netmask", netmask, sizeof(netmask));
+        ret = cfg_read_conf(dev.phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         DRV_DBG("ip address do not need recover cfg [%d]", ret);
         return kOk;
     }
-    return tool_ip_set_address(info->logic_id, address, netmask);
+    return tool_ip_set_address(dev, address, netmask, SetMode::kRecovery);
 }

@@ -5,17 +5,17 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/result.hpp"
+#include "base/text.hpp"
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "base/result.hpp"
 
 namespace {
 
 constexpr uint32_t kVnicPort = 0;
-constexpr uint32_t kIpTextSize = 20;
 
 int32_t tool_get_vnic_ipaddr(uint32_t logic_id, char *ip, char *netmask)
 {
@@ -36,16 +36,8 @@ int32_t tool_get_vnic_ipaddr(uint32_t logic_id, char *ip, char *netmask)
     return kOk;
 }
 
-}  // namespace
-
-int32_t tool_lldp_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+int32_t tool_lldp_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
-    if (argc == 0)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "Invalid option.\n", "Get unknown option.\n");
-    if (argc != 1)
-        return cmd_err_argc(CMD_HERE, argc);
     int ret = kopa_lldp_get_neighbor_info(info->logic_id);
     if (ret != 0) {
         DRV_ERR("kopa get lldptool fail! ret[%d] logic_id[%u]", ret, info->logic_id);
@@ -54,14 +46,8 @@ int32_t tool_lldp_cmd_execute(int argc, char **argv, cmd_parse_info *info)
     return kOk;
 }
 
-int32_t tool_vnic_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+int32_t tool_vnic_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
-    if (argc == 0)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid operation\n", "Get unknown option!\n");
-    if (argc != 1)
-        return cmd_err_argc(CMD_HERE, argc);
     uint32_t link = 0;
     int ret = kopa_get_vnic_status(info->logic_id, kVnicPort, &link);
     if (ret != 0) {
@@ -84,3 +70,28 @@ int32_t tool_vnic_cmd_execute(int argc, char **argv, cmd_parse_info *info)
     RUN_LOG_PROMPT("vnic netmask: %s\n", netmask);
     return kOk;
 }
+
+constexpr CmdOp kLldpOps[] = {{"-g", 1, false, tool_lldp_get_cmd}};
+constexpr CmdOp kVnicOps[] = {{"-g", 1, false, tool_vnic_get_cmd}};
+
+} // namespace
+
+extern constexpr CmdDesc kLldpCmd{
+    .major = "-i",
+    .name = "-lldp",
+    .handler = "tool_lldp_cmd_execute",
+    .description = "lldp cfg cmd",
+    .help = "   [-g]        : get lldp cfg \n",
+    .ops = kLldpOps,
+    .unknown_op = {RefusalLog::kRunLog, "Invalid option.\n", "Get unknown option.\n"},
+};
+
+extern constexpr CmdDesc kVnicCmd{
+    .major = "-i",
+    .name = "-vnic",
+    .handler = "tool_vnic_cmd_execute",
+    .description = "vnic cmd",
+    .help = "   [-g]        : get vnic link status, ip address and netmask \n",
+    .ops = kVnicOps,
+    .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
+};

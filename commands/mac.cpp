@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
@@ -18,7 +18,9 @@ constexpr size_t kMacTextLen = 17;
 constexpr uint32_t kMacLen = 6;
 constexpr uint32_t kNetPort = 0;
 constexpr const char *kMacItem = "mac_addr";
-constexpr uint32_t kMacValueSize = 18;
+constexpr uint32_t kMacValueSize = 18; ///< replay buffer of the saved address
+
+constexpr CmdMask kMacMasks[] = {{"mac", 5}};
 
 int hex_value(char c)
 {
@@ -31,7 +33,63 @@ int hex_value(char c)
     return -1;
 }
 
+int32_t tool_mac_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    uint8_t mac[kMacLen] = {};
+    int ret = kopa_get_mac_address(info->logic_id, kNetPort, mac);
+    if (ret != 0) {
+        DRV_ERR("KOPA get mac addr fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
+        DRV_ERR("tool_get_mac fail, ret:%d", kopa_err_to_vorn_err(ret));
+        return kopa_err_to_vorn_err(ret);
+    }
+    printf("mac addr: %02x:%02x:%02x:%02x:%02x:%02x\n", mac[0], mac[1], mac[2], mac[3], mac[4],
+           mac[5]);
+    return kOk;
+}
+
+// The words after "-s" are counted only after the log line, so the operation counts them.
+int32_t tool_mac_set_cmd(int argc, char **argv, cmd_parse_info *info)
+{
+    RUN_LOG_CONFIG("start to set mac address of logic_id[%u]\n", info->logic_id);
+    int32_t ret = kOk;
+    if (argc - 1 != 2)
+        ret = cmd_err_argc(CMD_HERE, argc - 1);
+    else if (strcmp(argv[1], "mac") != 0)
+        ret = cmd_err_unknown_option_drv(CMD_HERE, "Invalid option.",
+                                         "Get unknown option, do you mean mac\n");
+    else
+        ret = tool_set_mac(dev_of(info), argv[2], SetMode::kCommand);
+    if (ret != kOk) {
+        DRV_ERR("set mac failed, logic_id[%u]", info->logic_id);
+        return ret;
+    }
+    // The device keeps the new address even when it cannot be saved.
+    return cmd_save_item(CMD_HERE, info->phy_id, kMacItem, argv[2],
+                         "Failed to write the MAC address to config file. User configurations "
+                         "cannot be persisted\n");
+}
+
+constexpr CmdOp kMacOps[] = {
+    {"-g", 1, false, tool_mac_get_cmd},
+    {"-s", kOwnCount, true, tool_mac_set_cmd},
+};
+
+constexpr const char *kHelpMac = "   [-s]        : set mac address \n"
+                                 "       mac %s : such as XX:XX:XX:XX:XX:XX\n"
+                                 "   [-g]        : get mac address \n";
+
 }  // namespace
+
+extern constexpr CmdDesc kMacCmd{
+    .major = "-i",
+    .name = "-mac",
+    .handler = "tool_mac_cmd_execute",
+    .description = "mac cfg cmd",
+    .help = kHelpMac,
+    .ops = kMacOps,
+    .unknown_op = {RefusalLog::kDriverLog, "Invalid option.", "Get unknown option.\n"},
+    .masks = kMacMasks,
+};
 
 // Both cases of the broadcast and 09:00:2B addresses are listed because the comparison is
 // case-sensitive.
@@ -102,30 +160,11 @@ int32_t tool_mac_filter_check(const char *text)
     return kOk;
 }
 
-int32_t tool_get_mac(int argc, char ** /*argv*/, cmd_parse_info *info)
+int32_t tool_set_mac(DevRef dev, const char *text, SetMode mode)
 {
-    if (argc != 1)
-        return cmd_err_argc(CMD_HERE, argc);
-    uint8_t mac[kMacLen] = {};
-    int ret = kopa_get_mac_address(info->logic_id, kNetPort, mac);
-    if (ret != 0) {
-        DRV_ERR("KOPA get mac addr fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
-        return kopa_err_to_vorn_err(ret);
-    }
-    printf("mac addr: %02x:%02x:%02x:%02x:%02x:%02x\n", mac[0], mac[1], mac[2], mac[3], mac[4],
-           mac[5]);
-    return kOk;
-}
-
-int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info)
-{
-    RUN_LOG_CONFIG("start to set mac address of logic_id[%u]\n", info->logic_id);
-    if (argc != 2)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "mac") != 0)
-        return cmd_err_unknown_option_drv(CMD_HERE, "Invalid option.",
-                                          "Get unknown option, do you mean mac\n");
-    const char *text = argv[1];
+    // A typed address had its log line written before its words were counted.
+    if (mode == SetMode::kRecovery)
+        RUN_LOG_CONFIG("start to set mac address of logic_id[%u]\n", dev.logic_id);
     if (strlen(text) != kMacTextLen) {
         DRV_ERR("Check para lenth err.");
         return kErrMacInvalid;
@@ -139,52 +178,22 @@ int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info)
         DRV_ERR("Tool mac filter check error, invalid mac_address.");
         return kErrMacInvalid;
     }
-    int ret = kopa_set_mac_address(info->logic_id, kNetPort, mac);
+    int ret = kopa_set_mac_address(dev.logic_id, kNetPort, mac);
     if (ret != 0) {
-        DRV_ERR("KOPA set mac addr fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
+        DRV_ERR("KOPA set mac addr fail. (ret=%d; logic_id=%u)", ret, dev.logic_id);
         return kopa_err_to_vorn_err(ret);
     }
     return kOk;
 }
 
-int32_t tool_mac_cmd_execute(int argc, char **argv, cmd_parse_info *info)
-{
-    if (argc == 0)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "-g") == 0) {
-        int32_t ret = tool_get_mac(argc, argv, info);
-        if (ret != kOk)
-            DRV_ERR("tool_get_mac fail, ret:%d", ret);
-        return ret;
-    }
-    if (strcmp(argv[0], "-s") != 0)
-        return cmd_err_unknown_option_drv(CMD_HERE, "Invalid option.", "Get unknown option.\n");
-    int32_t ret = tool_set_mac(argc - 1, argv + 1, info);
-    if (ret != kOk) {
-        DRV_ERR("set mac failed, logic_id[%u]", info->logic_id);
-        return ret;
-    }
-    // The device keeps the new address even when it cannot be saved.
-    ret = cfg_write_conf(info->phy_id, kMacItem, argv[2]);
-    if (ret != 0) {
-        DRV_ERR("Write cfg error. (ret=%d; phy_id=%u)", ret, info->phy_id);
-        fprintf(stderr, "Failed to write the MAC address to config file. User configurations "
-                        "cannot be persisted\n");
-        return ret;
-    }
-    return kOk;
-}
-
-int32_t tool_cfg_mac_addr_recovery(cmd_parse_info *info)
+int32_t tool_cfg_mac_addr_recovery(DevRef dev)
 {
     char value[kMacValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, info->phy_id, kMacItem, "mac_addr", value, sizeof(value)))
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kMacItem, "mac_addr", value, sizeof(value)))
         return kOk;
     DRV_DBG("mac_addr need recover cfg");
-    char keyword[] = "mac";
-    char *args[] = {keyword, value};
-    int32_t set_ret = tool_set_mac(2, args, info);
+    int32_t set_ret = tool_set_mac(dev, value, SetMode::kRecovery);
     if (set_ret != kOk)
-        DRV_ERR("mac_addr set fail ret[%d] logic_id[%u]", set_ret, info->logic_id);
+        DRV_ERR("mac_addr set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
     return set_ret;
 }

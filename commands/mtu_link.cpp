@@ -5,42 +5,48 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/result.hpp"
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "base/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kNetPort = 0;
 constexpr uint32_t kLinkDown = 0;
 constexpr const char *kMtuItem = "mtu";
-constexpr uint32_t kMtuValueSize = 5;
+constexpr uint32_t kMtuValueSize = 5; ///< replay buffer of the saved MTU
 
-int32_t tool_get_mtu(uint32_t logic_id)
+constexpr const char *kHelpMtu = "   [-s]        : set mtu cfg \n"
+                                 "       size %d : set mtu size, from 68 to 9702\n"
+                                 "   [-g]        : get mtu cfg\n";
+constexpr const char *kHelpLink = "   [-s down]   : shut down eth port \n"
+                                  "   [-g]        : get the eth ports link status, UP or DOWN \n";
+
+int32_t tool_mtu_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
-    int ret = kopa_get_mtu(logic_id, kNetPort);
+    int ret = kopa_get_mtu(info->logic_id, kNetPort);
     if (ret != 0) {
-        DRV_ERR("kopa get mtu fail ret[%d] logic_id[%u]", ret, logic_id);
+        DRV_ERR("kopa get mtu fail ret[%d] logic_id[%u]", ret, info->logic_id);
+        DRV_ERR("tool get mtu failed ret %d'", kErrKopa);
         return kErrKopa;
     }
     return kOk;
 }
 
-int32_t tool_mtu_set_cmd(int argc, char **argv, cmd_parse_info *info)
+int32_t tool_mtu_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (argc != 3)
-        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[1], "size") != 0)
         return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
                                       "Get unknown option , do you mean size\n");
     RUN_LOG_CONFIG("start to set mtu of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_set_mtu(info, argv[2]);
+    int32_t ret = tool_set_mtu(dev_of(info), argv[2], SetMode::kCommand);
     if (ret != kOk) {
         DRV_ERR("set mtu failed, logic_id[%u]", info->logic_id);
         return ret;
@@ -51,22 +57,28 @@ int32_t tool_mtu_set_cmd(int argc, char **argv, cmd_parse_info *info)
                          "cannot be persisted.\n");
 }
 
-int32_t tool_link_set_shutdown(uint32_t logic_id)
+int32_t tool_link_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    int ret = kopa_set_netdev_link(logic_id, kNetPort, kLinkDown);
+    if (strcmp(argv[1], "down") != 0)
+        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
+                                      "Get unknown option, do you mean down\n");
+    RUN_LOG_CONFIG("start to shutdown link of logic_id[%u]\n", info->logic_id);
+    int ret = kopa_set_netdev_link(info->logic_id, kNetPort, kLinkDown);
     if (ret != 0) {
-        DRV_ERR("kopa set net dev down fail! ret[%d] logic_id[%u]", ret, logic_id);
+        DRV_ERR("kopa set net dev down fail! ret[%d] logic_id[%u]", ret, info->logic_id);
+        DRV_ERR("tool_link_set_shutdown fail, ret:%d, logic_id:%u", kErrKopa, info->logic_id);
         return kErrKopa;
     }
     return kOk;
 }
 
-int32_t tool_link_get_linkstatus(uint32_t logic_id)
+int32_t tool_link_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
     uint32_t state = 0;
-    int ret = kopa_get_netdev_link(logic_id, kNetPort, &state);
+    int ret = kopa_get_netdev_link(info->logic_id, kNetPort, &state);
     if (ret != 0) {
-        DRV_ERR("kopa gets link status fail! ret[%d] logic_id[%u]", ret, logic_id);
+        DRV_ERR("kopa gets link status fail! ret[%d] logic_id[%u]", ret, info->logic_id);
+        DRV_ERR("tool_link_get_linkstatus fail, ret:%d, logic_id:%u", kErrKopa, info->logic_id);
         return kErrKopa;
     }
     const char *word = state != kLinkDown ? "UP" : "DOWN";
@@ -75,7 +87,38 @@ int32_t tool_link_get_linkstatus(uint32_t logic_id)
     return kOk;
 }
 
-}  // namespace
+constexpr CmdOp kMtuOps[] = {
+    {"-s", 3, true, tool_mtu_set_cmd},
+    {"-g", 1, false, tool_mtu_get_cmd},
+};
+
+constexpr CmdOp kLinkOps[] = {
+    {"-s", 2, true, tool_link_set_cmd},
+    {"-g", 1, false, tool_link_get_cmd},
+};
+
+} // namespace
+
+extern constexpr CmdDesc kMtuCmd{
+    .major = "-i",
+    .name = "-mtu",
+    .handler = "tool_mtu_cmd_execute",
+    .description = "mtu cfg cmd",
+    .help = kHelpMtu,
+    .ops = kMtuOps,
+    .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
+};
+
+extern constexpr CmdDesc kLinkCmd{
+    .major = "-i",
+    .name = "-link",
+    .handler = "tool_link_cmd_execute",
+    .description = "link related cmd",
+    .help = kHelpLink,
+    .ops = kLinkOps,
+    .unknown_op = {RefusalLog::kRunLog, "tool_link_cmd_execute invalid operation\n",
+                   "Get unknown option!\n"},
+};
 
 int32_t tool_check_mtu(const char *text, uint32_t *mtu)
 {
@@ -89,7 +132,10 @@ int32_t tool_check_mtu(const char *text, uint32_t *mtu)
             return kErrParamInvalid;
         }
     }
-    int32_t ret = tool_para_overflow_check(text, kMtuMax, kErrRangeMtu);
+    // The overflow check reads 8 digits at most; the length is limited here, to what the
+    // replay buffer of the saved value holds.
+    int32_t ret = strlen(text) >= kMtuValueSize ? kErrRangeMtu
+                                                : tool_para_overflow_check(text, kMtuMax, kErrRangeMtu);
     if (ret != kOk) {
         DRV_ERR("Mtu str is overflow.");
         return ret;
@@ -98,7 +144,7 @@ int32_t tool_check_mtu(const char *text, uint32_t *mtu)
     return kOk;
 }
 
-int32_t tool_set_mtu(cmd_parse_info *info, const char *text)
+int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
 {
     uint32_t mtu = 0;
     int32_t ret = tool_check_mtu(text, &mtu);
@@ -110,64 +156,22 @@ int32_t tool_set_mtu(cmd_parse_info *info, const char *text)
         RUN_LOG_PROMPT("invalid mtu size, expect[%u]-[%u] \n", kMtuMin, kMtuMax);
         return kErrRangeMtu;
     }
-    int dev_ret = kopa_set_mtu(info->logic_id, kNetPort, mtu);
+    int dev_ret = kopa_set_mtu(dev.logic_id, kNetPort, mtu);
     if (dev_ret != 0) {
-        DRV_ERR("kopa set mtu fail ret[%d] logic_id[%u] mtu[%u]", dev_ret, info->logic_id, mtu);
+        DRV_ERR("kopa set mtu fail ret[%d] logic_id[%u] mtu[%u]", dev_ret, dev.logic_id, mtu);
         return kErrKopa;
     }
     return kOk;
 }
 
-int32_t tool_mtu_cmd_execute(int argc, char **argv, cmd_parse_info *info)
-{
-    if (argc == 0)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "-s") == 0)
-        return tool_mtu_set_cmd(argc, argv, info);
-    if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid operation\n", "Get unknown option!\n");
-    if (argc != 1)
-        return cmd_err_argc(CMD_HERE, argc);
-    int32_t ret = tool_get_mtu(info->logic_id);
-    if (ret != kOk)
-        DRV_ERR("tool get mtu failed ret %d'", ret);
-    return ret;
-}
-
-int32_t tool_link_cmd_execute(int argc, char **argv, cmd_parse_info *info)
-{
-    if (argc == 0)
-        return cmd_err_argc(CMD_HERE, argc);
-    bool is_set = strcmp(argv[0], "-s") == 0;
-    if (!is_set && strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "tool_link_cmd_execute invalid operation\n",
-                                      "Get unknown option!\n");
-    if (argc != (is_set ? 2 : 1))
-        return cmd_err_argc(CMD_HERE, argc);
-    if (!is_set) {
-        int32_t ret = tool_link_get_linkstatus(info->logic_id);
-        if (ret != kOk)
-            DRV_ERR("tool_link_get_linkstatus fail, ret:%d, logic_id:%u", ret, info->logic_id);
-        return ret;
-    }
-    if (strcmp(argv[1], "down") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
-                                      "Get unknown option, do you mean down\n");
-    RUN_LOG_CONFIG("start to shutdown link of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_link_set_shutdown(info->logic_id);
-    if (ret != kOk)
-        DRV_ERR("tool_link_set_shutdown fail, ret:%d, logic_id:%u", ret, info->logic_id);
-    return ret;
-}
-
-int32_t tool_cfg_mtu_recovery(cmd_parse_info *info)
+int32_t tool_cfg_mtu_recovery(DevRef dev)
 {
     char value[kMtuValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, info->phy_id, kMtuItem, "mtu", value, sizeof(value)))
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kMtuItem, "mtu", value, sizeof(value)))
         return kOk;
     DRV_DBG("mtu address need recover cfg");
-    int32_t set_ret = tool_set_mtu(info, value);
+    int32_t set_ret = tool_set_mtu(dev, value, SetMode::kRecovery);
     if (set_ret != kOk)
-        DRV_ERR("mtu set fail ret[%d] logic_id[%u]", set_ret, info->logic_id);
+        DRV_ERR("mtu set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
     return set_ret;
 }

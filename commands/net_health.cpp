@@ -2,8 +2,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "log/driver_log.hpp"
 #include "base/result.hpp"
 #include "device/device_info.hpp"
@@ -24,14 +24,8 @@ const NetHealthStatus g_net_health_status[kNetHealthCount] = {
     {8, "Detect ip set"}, {9, "Unknown"},
 };
 
-}  // namespace
-
-int32_t tool_net_health_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+int32_t tool_net_health_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
-    if (argc != 1)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option_drv(CMD_HERE, "invalid operation", "Get unknown option!\n");
     unsigned int status = 0;
     int ret = kopa_get_network_health(info->logic_id, &status);
     // A status beyond the table is as much a failure as a refused call.
@@ -44,3 +38,18 @@ int32_t tool_net_health_cmd_execute(int argc, char **argv, cmd_parse_info *info)
     DRV_DBG("net health status: %s", g_net_health_status[status].text);
     return kOk;
 }
+
+constexpr CmdOp kNetHealthOps[] = {{"-g", 1, false, tool_net_health_get_cmd}};
+
+} // namespace
+
+extern constexpr CmdDesc kNetHealthCmd{
+    .major = "-i",
+    .name = "-net_health",
+    .handler = "tool_net_health_cmd_execute",
+    .description = "net health cmd",
+    .help = "   [-g]        : get net health status \n",
+    .ops = kNetHealthOps,
+    .unknown_op = {RefusalLog::kDriverLog, "invalid operation", "Get unknown option!\n"},
+    .count_first = true,
+};

@@ -4,9 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "commands/replay.hpp"
+#include "commands/setting.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
@@ -17,11 +18,11 @@
 namespace
 {
 
-constexpr uint32_t kIpTextSize = 20;
+constexpr const char *kNetdetectItem = "netdetect";
 
 // Unlike a port address, 0.0.0.0 is accepted as a detection address; only the broadcast address
 // is refused.
-[[nodiscard]] int32_t tool_netdetect_set_address(uint32_t logic_id, const char *text)
+[[nodiscard]] int32_t tool_netdetect_set_address(DevRef dev, const char *text, SetMode /*mode*/)
 {
     uint32_t address = 0;
     int32_t ret = tool_inet_pton_ipv4_address(text, &address);
@@ -35,38 +36,31 @@ constexpr uint32_t kIpTextSize = 20;
         DRV_ERR("Addr is broadcast ip");
         return kErrReported;
     }
-    int kret = kopa_set_net_detect_ip_address(logic_id, address);
+    int kret = kopa_set_net_detect_ip_address(dev.logic_id, address);
     if (kret != 0) {
-        DRV_ERR("kopa set net detect fail! ret[%d] logic_id[%u] ip[0x%x]", kret, logic_id, address);
+        DRV_ERR("kopa set net detect fail! ret[%d] logic_id[%u] ip[0x%x]", kret, dev.logic_id,
+                address);
         return kopa_err_to_vorn_err(kret);
     }
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_set_netdetect(int argc, char **argv, const cmd_parse_info *info)
+[[nodiscard]] int32_t tool_set_netdetect(char **argv, const cmd_parse_info *info)
 {
-    if (argc != 3)
-        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[1], "address") != 0)
         return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown cmd, do you mean address.\n");
     char text[kIpTextSize] = {};
-    size_t len = strlen(argv[2]);
-    if (len >= kIpTextSize) {
-        DRV_ERR("memcpy_s address fail[%d], dlen[%d], slen[%u]", ERANGE, kIpTextSize,
-                static_cast<unsigned>(len));
-        RUN_LOG_PROMPT("memcpy_s address fail[%d], dlen[%d], slen[%u]\n", ERANGE, kIpTextSize,
-                       static_cast<unsigned>(len));
-        return kErrSysCopy;
-    }
-    memcpy(text, argv[2], len + 1);
+    int32_t ret = cmd_copy_ip_word(CMD_HERE, text, argv[2], "address", true);
+    if (ret != kOk)
+        return ret;
 
     RUN_LOG_CONFIG("Start to set net detect ip of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_netdetect_set_address(info->logic_id, text);
+    ret = tool_netdetect_set_address(dev_of(info), text, SetMode::kCommand);
     if (ret != kOk) {
         DRV_ERR("Tool netdetect set address fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
         return ret;
     }
-    ret = cfg_write_conf(info->phy_id, "netdetect", text);
+    ret = cfg_write_conf(info->phy_id, kNetdetectItem, text);
     if (ret != 0) {
         fprintf(stderr, "Failed to write the IP address of the network detection object to the "
                         "config file, and user configurations cannot be persisted.\n");
@@ -77,10 +71,8 @@ constexpr uint32_t kIpTextSize = 20;
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_get_netdetect(int argc, const cmd_parse_info *info)
+[[nodiscard]] int32_t tool_get_netdetect(const cmd_parse_info *info)
 {
-    if (argc != 1)
-        return cmd_err_argc(CMD_HERE, argc);
     uint32_t address = 0;
     int ret = kopa_get_net_detect_ip_address(info->logic_id, 0, &address);
     if (ret != 0) {
@@ -98,36 +90,56 @@ constexpr uint32_t kIpTextSize = 20;
     return kOk;
 }
 
-} // namespace
-
-int32_t tool_netdetect_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+int32_t tool_netdetect_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (argc <= 0 || argv == nullptr || info == nullptr)
-        return cmd_err_argc(CMD_HERE, argc);
-    int32_t ret;
-    if (strcmp(argv[0], "-s") == 0) {
-        ret = tool_set_netdetect(argc, argv, info);
-        if (ret != kOk)
-            DRV_ERR("tool_set_netdetect fail, ret:%d", ret);
-    } else if (strcmp(argv[0], "-g") == 0) {
-        ret = tool_get_netdetect(argc, info);
-        if (ret != kOk)
-            DRV_ERR("tool_get_netdetect fail, ret:%d", ret);
-    } else {
-        ret = cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option.\n");
-    }
+    int32_t ret = tool_set_netdetect(argv, info);
+    if (ret != kOk)
+        DRV_ERR("tool_set_netdetect fail, ret:%d", ret);
     return ret;
 }
 
-int32_t tool_cfg_netdetect_recovery(cmd_parse_info *info)
+int32_t tool_netdetect_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    int32_t ret = tool_get_netdetect(info);
+    if (ret != kOk)
+        DRV_ERR("tool_get_netdetect fail, ret:%d", ret);
+    return ret;
+}
+
+constexpr CmdOp kNetdetectOps[] = {
+    {"-s", 3, true, tool_netdetect_set_cmd},
+    {"-g", 1, false, tool_netdetect_get_cmd},
+};
+
+constexpr CmdMask kNetdetectMasks[] = {{"address", 5}};
+
+constexpr const char *kHelpNetdetect =
+    "   [-s]        : set net detect cfg \n"
+    "       address %s : set net detect ip address, such as x.x.x.x\n"
+    "   [-g]        : get net detect cfg \n";
+
+} // namespace
+
+extern constexpr CmdDesc kNetdetectCmd{
+    .major = "-i",
+    .name = "-netdetect",
+    .handler = "tool_netdetect_cmd_execute",
+    .description = "net detect cfg cmd",
+    .help = kHelpNetdetect,
+    .ops = kNetdetectOps,
+    .unknown_op = {RefusalLog::kNone, nullptr, "Get unknown option.\n"},
+    .masks = kNetdetectMasks,
+};
+
+int32_t tool_cfg_netdetect_recovery(DevRef dev)
 {
     char text[kIpTextSize] = {};
-    if (!cmd_replay_read(CMD_HERE, info->phy_id, "netdetect", "netdetect address", text,
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kNetdetectItem, "netdetect address", text,
                          sizeof(text)))
         return kOk;
     DRV_DBG("netdetect address need recover cfg");
-    int32_t ret = tool_netdetect_set_address(info->logic_id, text);
+    int32_t ret = tool_netdetect_set_address(dev, text, SetMode::kRecovery);
     if (ret != kOk)
-        DRV_ERR("netdetect set address fail ret[%d] logic_id[%u]", ret, info->logic_id);
+        DRV_ERR("netdetect set address fail ret[%d] logic_id[%u]", ret, dev.logic_id);
     return ret;
 }

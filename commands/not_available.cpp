@@ -1,15 +1,388 @@
-// The stand-in handler of commands that this build does not carry yet.
+// The commands this build does not carry yet: their words, help and audit masks, and the
+// stand-in that says so. A command moves to its own file when it is built.
 #include <cstdio>
 
-#include "commands/handlers.hpp"
-#include "main/cmd_table.hpp"
 #include "base/result.hpp"
+#include "main/cmd.hpp"
+
+namespace
+{
+
+int32_t tool_cmd_not_available(int /*argc*/, char ** /*argv*/, cmd_parse_info *info);
+
+constexpr const char *kHelpDscp = "   [-s]        : set dscp to tc map \n"
+                                  "       dscp %d : dscp value, from 0 to 63\n"
+                                  "       tc %d   : traffic class, from 0 to 7\n"
+                                  "   [-g]        : get dscp to tc map \n";
+constexpr const char *kHelpShaping = "   [-s]        : set port shaper \n"
+                                     "       bw_limit %d : port bandwidth limit(Mbit/s)\n"
+                                     "   [-g]        : get port shaper cfg \n";
+constexpr const char *kHelpCfg = "   [recovery]  : recover the saved cfg of the device \n"
+                                 "   [status]    : get the status of the last cfg recovery \n";
+constexpr const char *kHelpArp = "   [-a]        : add arp entry \n"
+                                 "       dev %s  : eth port, such as eth0\n"
+                                 "       ip %s   : ip address, such as x.x.x.x\n"
+                                 "       mac %s  : mac address, such as XX:XX:XX:XX:XX:XX\n"
+                                 "   [-d]        : del arp entry \n"
+                                 "       dev %s  : eth port, such as eth0\n"
+                                 "       ip %s   : ip address, such as x.x.x.x\n"
+                                 "   [-g]        : get arp table \n";
+constexpr const char *kHelpPci = "   [-g]        : get pci info \n";
+constexpr const char *kHelpContext = "   [-g]        : get roce context \n"
+                                     "       qpn %d  : queue pair number\n";
+constexpr const char *kHelpReg = "   [-g]        : get eth register info \n";
+constexpr const char *kHelpOptical = "   [-g]        : get optical module info \n";
+constexpr const char *kHelpStat = "   [-g]        : get packet statistics \n"
+                                  "   [-c]        : clear packet statistics \n";
+constexpr const char *kHelpCfgAll = "   [recovery]  : recover the saved cfg of all devices \n";
+constexpr const char *kHelpTls =
+    "   [-s]        : set tls cfg\n"
+    "       enable %d : set tls enable, 0: disable, 1: enable\n"
+    "       host      : if you want to set tls enable on host, you need to add host flag on the "
+    "tail\n"
+    "       or\n"
+    "       alarm %d  : set tls alarm(days), from 7 to 180\n"
+    "       host      : if you want to set tls alarm on host, you need to add host flag on the "
+    "tail\n"
+    "       or\n"
+    "       path %s   : set tls cfg file path, such as xxx\n"
+    "       pri %s    : set tls private key, only support pem file format\n"
+    "       pub %s    : set tls public cert, only support pem file format\n"
+    "       ca1 %s    : set tls first level CA, only support pem file format\n"
+    "       ca2 %s    : set tls second level CA, only support pem format\n"
+    "       ......            \n"
+    "       ca14 %s   : set tls fourteen level CA(the deepest CA level), only support pem format\n"
+    "       crl %s    : set tls certificate revocation list, only support crl format\n"
+    "       host      : if you want to set tls certificate suite on host, you need to add host "
+    "flag on the tail\n"
+    "   [-g]        : get tls cfg\n"
+    "       host      : if you want to get tls certificate suite on host, you need to add host "
+    "flag on the tail\n"
+    "   [-c]        : clear tls cfg\n"
+    "       host      : if you want to clear tls certificate suite on host, you need to add host "
+    "flag on the tail\n";
+constexpr const char *kHelpVersion = "   [-g]        : get firmware version \n";
+constexpr const char *kHelpProcess = "   [-g]        : get device process info \n";
+constexpr const char *kHelpBandwidth = "   [-g]        : get tx and rx bandwidth \n"
+                                       "       -t %d   : sampling period(ms), from 100 to 10000\n";
+constexpr const char *kHelpStatus = "   [-g]        : get netdev status \n";
+constexpr const char *kHelpGeneric =
+    "   [-s]        : set generic cfg \n"
+    "       speed %d : static speed(Mbit/s), such as 100000\n"
+    "       or\n"
+    "       auto_adapt %d : optical auto adapt, 0: disable, 1: enable\n"
+    "   [-g]        : get generic cfg \n";
+constexpr const char *kHelpEthTest = "   [-g]        : get eth self-check info \n";
+constexpr const char *kHelpRoceTest = "   [-s]        : start roce perftest \n"
+                                      "       ip %s   : peer ip address, such as x.x.x.x\n"
+                                      "       -n %d   : iterations, from 5 to 20000\n"
+                                      "   [-g]        : get roce perftest status \n"
+                                      "   [-r]        : get roce perftest report \n"
+                                      "   [-c]        : stop roce perftest \n";
+constexpr const char *kHelpSpeed = "   [-g]        : get eth port speed \n";
+constexpr const char *kHelpDuplex = "   [-g]        : get eth port duplex mode \n";
+constexpr const char *kHelpBackpressure = "   [-g]        : get backpressure info \n";
+constexpr const char *kHelpFec = "   [-s]        : set fec mode \n"
+                                 "       mode %d : 0: off, 1: rs-fec, 2: base-r fec\n"
+                                 "   [-g]        : get fec mode \n";
+constexpr const char *kHelpPfc =
+    "   [-s]        : set pfc enable \n"
+    "       bitmap %s : enable of priority 0~7, such as 0,0,0,1,0,0,0,0\n"
+    "   [-g]        : get pfc enable \n";
+constexpr const char *kHelpTcCfg =
+    "   [-s]        : set traffic class cfg \n"
+    "       tc_bw %s : bandwidth percent of tc0~tc7, such as 10,10,10,10,10,10,20,20\n"
+    "       tc_mode %s : mode of tc0~tc7, 0: strict, 1: weighted, such as 1,1,1,1,1,1,1,1\n"
+    "   [-g]        : get traffic class cfg \n";
+constexpr const char *kHelpTcBuf = "   [-g]        : get maximum historical tc buffer usage \n"
+                                   "       tc %d   : traffic class, from 0 to 7\n";
+constexpr const char *kHelpPrioTc =
+    "   [-s]        : set priority map tc \n"
+    "       prio_tc %s : tc of priority 0~7, such as 0,1,2,3,4,5,6,7\n"
+    "   [-g]        : get priority map tc \n";
+constexpr const char *kHelpPing = "   [-g]        : ping a remote address from the device \n"
+                                  "       address %s : destination address, such as x.x.x.x\n"
+                                  "       -s %d   : packet size(bytes)\n";
+constexpr const char *kHelpSendArp = "   [-s]        : set gratuitous arp \n"
+                                     "       period %d : sending period(s)\n"
+                                     "       status %d : 0: off, 1: on\n"
+                                     "   [-g]        : get gratuitous arp cfg \n";
+
+constexpr CmdMask kTlsMasks[] = {
+    {"path", 5},  {"pri", 7},   {"pub", 9},   {"ca1", 11},  {"ca2", 13},  {"ca3", 15},
+    {"ca4", 17},  {"ca5", 19},  {"ca6", 21},  {"ca7", 23},  {"ca8", 25},  {"ca9", 27},
+    {"ca10", 29}, {"ca11", 31}, {"ca12", 33}, {"ca13", 35}, {"ca14", 37}, {"crl", kMaskAnywhere},
+};
+constexpr CmdMask kArpMasks[] = {
+    {"dev", kMaskAnywhere}, {"ip", kMaskAnywhere}, {"mac", kMaskAnywhere}};
+
+// The name of the command the run asked for.
+const char *asked_name(const cmd_parse_info *info)
+{
+    if (info == nullptr || info->argv == nullptr || info->first_arg < 1 ||
+        info->first_arg > info->argc)
+        return "";
+    return info->argv[info->first_arg - 1];
+}
 
 int32_t tool_cmd_not_available(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
-    const char *name = "";
-    if (info != nullptr && info->cmd_index >= 0 && info->cmd_index < kCmdListMax)
-        name = g_cmd_list[info->cmd_index].cmd_name;
-    (void)fprintf(stderr, "Command %s is not available in this build yet.\n", name);
+    (void)fprintf(stderr, "Command %s is not available in this build yet.\n", asked_name(info));
     return kErrExec;
 }
+
+} // namespace
+
+extern constexpr CmdDesc kDscpCmd{
+    .major = "-i",
+    .name = "-dscp_to_tc",
+    .handler = "tool_dscp_cmd_execute",
+    .description = "dscp to tc cmd",
+    .help = kHelpDscp,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kShapingCmd{
+    .major = "-i",
+    .name = "-shaping",
+    .handler = "tool_shaping_cmd_execute",
+    .description = "cfg shaper port bw limit cmd",
+    .help = kHelpShaping,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kCfgCmd{
+    .major = "-i",
+    .name = "-cfg",
+    .handler = "tool_cfg_cmd_execute",
+    .description = "cfg cmd",
+    .help = kHelpCfg,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kArpCmd{
+    .major = "-i",
+    .name = "-arp",
+    .handler = "tool_arp_table_cmd_execute",
+    .description = "arp table cmd",
+    .help = kHelpArp,
+    .masks = kArpMasks,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kPciCmd{
+    .major = "-i",
+    .name = "-pci",
+    .handler = "tool_pci_cmd_execute",
+    .description = "pci table cmd",
+    .help = kHelpPci,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kContextCmd{
+    .major = "-i",
+    .name = "-context",
+    .handler = "tool_roce_context_cmd_execute",
+    .description = "roce context cmd",
+    .help = kHelpContext,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kRegCmd{
+    .major = "-i",
+    .name = "-reg",
+    .handler = "tool_reg_cmd_execute",
+    .description = "get reg cmd",
+    .help = kHelpReg,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kOpticalCmd{
+    .major = "-i",
+    .name = "-optical",
+    .handler = "tool_optical_cmd_execute",
+    .description = "get optical info cmd",
+    .help = kHelpOptical,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kStatCmd{
+    .major = "-i",
+    .name = "-stat",
+    .handler = "tool_stat_cmd_execute",
+    .description = "packet statistics cmd",
+    .help = kHelpStat,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kCfgAllCmd{
+    .major = "-a",
+    .name = "-cfg",
+    .handler = "tool_cfg_cmd_execute",
+    .description = "cfg cmd",
+    .help = kHelpCfgAll,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kTlsCmd{
+    .major = "-i",
+    .name = "-tls",
+    .handler = "tool_tls_cmd_execute",
+    .description = "tls cfg cmd",
+    .help = kHelpTls,
+    .masks = kTlsMasks,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kVersionCmd{
+    .major = "-i",
+    .name = "-version",
+    .handler = "tool_version_cmd_execute",
+    .description = "version cmd",
+    .help = kHelpVersion,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kProcessCmd{
+    .major = "-i",
+    .name = "-process",
+    .handler = "tool_process_cmd_execute",
+    .description = "process cmd",
+    .help = kHelpProcess,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kBandwidthCmd{
+    .major = "-i",
+    .name = "-bandwidth",
+    .handler = "tool_bandwidth_cmd_execute",
+    .description = "bandwidth cmd",
+    .help = kHelpBandwidth,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kStatusCmd{
+    .major = "-i",
+    .name = "-status",
+    .handler = "tool_netdev_status_cmd_execute",
+    .description = "netdev status cmd",
+    .help = kHelpStatus,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kGenericCmd{
+    .major = "-i",
+    .name = "-generic",
+    .handler = "tool_generic_cmd_execute",
+    .description = "generic info cmd",
+    .help = kHelpGeneric,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kEthTestCmd{
+    .major = "-i",
+    .name = "-eth_test",
+    .handler = "tool_eth_test_cmd_execute",
+    .description = "eth self-check info cmd",
+    .help = kHelpEthTest,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kRoceTestCmd{
+    .major = "-i",
+    .name = "-roce_test",
+    .handler = "tool_roce_test_cmd_execute",
+    .description = "roce test cmd",
+    .help = kHelpRoceTest,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kSpeedCmd{
+    .major = "-i",
+    .name = "-speed",
+    .handler = "tool_speed_cmd_execute",
+    .description = "speed related cmd",
+    .help = kHelpSpeed,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kDuplexCmd{
+    .major = "-i",
+    .name = "-duplex",
+    .handler = "tool_duplex_cmd_execute",
+    .description = "duplex related cmd",
+    .help = kHelpDuplex,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kBackpressureCmd{
+    .major = "-i",
+    .name = "-backpressure",
+    .handler = "tool_bp_cmd_execute",
+    .description = "backpressure cmd",
+    .help = kHelpBackpressure,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kFecCmd{
+    .major = "-i",
+    .name = "-fec",
+    .handler = "tool_fec_cmd_execute",
+    .description = "fec related cmd",
+    .help = kHelpFec,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kPfcCmd{
+    .major = "-i",
+    .name = "-pfc",
+    .handler = "tool_pfc_cmd_execute",
+    .description = "pfc enable cfg cmd",
+    .help = kHelpPfc,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kTcCfgCmd{
+    .major = "-i",
+    .name = "-tc_cfg",
+    .handler = "tool_tc_cfg_cmd_execute",
+    .description = "traffic class cfg cmd",
+    .help = kHelpTcCfg,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kCurTcBufCmd{
+    .major = "-i",
+    .name = "-cur_tc_buf",
+    .handler = "tool_tc_buf_cmd_execute",
+    .description = "maximum historical tc usage cmd",
+    .help = kHelpTcBuf,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kPrioTcCmd{
+    .major = "-i",
+    .name = "-prio_tc",
+    .handler = "tool_prio_tc_cmd_execute",
+    .description = "priority map TC cmd",
+    .help = kHelpPrioTc,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kPingCmd{
+    .major = "-i",
+    .name = "-ping",
+    .handler = "tool_ping_cmd_execute",
+    .description = "ping cmd",
+    .help = kHelpPing,
+    .whole = tool_cmd_not_available,
+};
+
+extern constexpr CmdDesc kSendArpCmd{
+    .major = "-i",
+    .name = "-send_arp",
+    .handler = "tool_send_gratuitous_arp_cmd_execute",
+    .description = "send gratuitous arp related cmd",
+    .help = kHelpSendArp,
+    .whole = tool_cmd_not_available,
+};

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "main/cmd.hpp"
+#include "commands/setting.hpp"
 
 inline constexpr uint32_t kMtuMin = 68;   ///< smallest MTU the port takes
 inline constexpr uint32_t kMtuMax = 9702; ///< largest MTU the port takes
@@ -22,22 +22,20 @@ extern const char *const g_mac_filter_list[kMacFilterCount];
 /// block (01:80:C2 / 01:80:c2), a first octet whose low digit is "1", or a listed address.
 [[nodiscard]] int32_t tool_mac_filter_check(const char *text);
 
-/// `-mac -g`: prints "mac addr: xx:xx:xx:xx:xx:xx\n". `argc` counts the operation word.
-[[nodiscard]] int32_t tool_get_mac(int argc, char **argv, cmd_parse_info *info);
+/// Checks a MAC address text (17 characters, hexadecimal pairs, not reserved) and sets it on
+/// the device. Saves nothing. 0, 0x2006 or 0x4001.
+[[nodiscard]] int32_t tool_set_mac(DevRef dev, const char *text, SetMode mode);
 
-/// `mac <address>` (the words after "-s"): checks the address and sets it on the device.
-/// Saves nothing. 0, 0x2003, 0x2005, 0x2006 or 0x4001.
-[[nodiscard]] int32_t tool_set_mac(int argc, char **argv, cmd_parse_info *info);
-
-/// Checks an MTU text (digits only, no longer in value than the maximum) and converts it.
-/// 0, 8193 for a missing or malformed text, 8206 when its digits exceed the maximum.
-/// The range 68..9702 is checked by tool_set_mtu.
+/// Checks an MTU text (digits only, at most 4 of them: the saved value must fit its replay
+/// buffer, and no text then wraps in conversion) and converts it. 0, 8193 for a missing or
+/// malformed text, 8206 when it is too long or its digits exceed the maximum. The range
+/// 68..9702 is checked by tool_set_mtu.
 [[nodiscard]] int32_t tool_check_mtu(const char *text, uint32_t *mtu);
 
 /// Checks the MTU text, its range, and sets it on the device's port. Saves nothing.
 /// 0, 8193, 8206 or 16385.
-[[nodiscard]] int32_t tool_set_mtu(cmd_parse_info *info, const char *text);
+[[nodiscard]] int32_t tool_set_mtu(DevRef dev, const char *text, SetMode mode);
 
 /// Checks the RoCE UDP port text (4 or 5 decimal digits; "Input port num is invalid.\n" on
 /// standard output otherwise) and sets it on the device. Saves nothing. 0, 12290 or 16385.
-[[nodiscard]] int32_t tool_set_roce_port(cmd_parse_info *info, const char *text);
+[[nodiscard]] int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode mode);

@@ -4,45 +4,49 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "base/result.hpp"
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/handlers.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "base/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kNetPort = 0;
 constexpr size_t kPortMinDigits = 4;
 constexpr size_t kPortMaxDigits = 5;
 constexpr const char *kRocePortItem = "roce_port";
-constexpr uint32_t kRocePortValueSize = 6;
+constexpr uint32_t kRocePortValueSize = 6; ///< replay buffer of the saved port
 
-int32_t tool_get_roce_port(uint32_t logic_id)
+constexpr const char *kHelpUdp = "   [-s]        : set roce port port range 4097~65535\n"
+                                 "       port %d : roce UDP port\n"
+                                 "   [-g]        : get roce udp port\n";
+
+int32_t tool_roce_port_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
-    int ret = kopa_get_roce_port(logic_id, kNetPort);
+    int ret = kopa_get_roce_port(info->logic_id, kNetPort);
     if (ret != 0) {
-        DRV_ERR("kopa get roce_port fail ret[%d] logic_id[%u]", ret, logic_id);
+        DRV_ERR("kopa get roce_port fail ret[%d] logic_id[%u]", ret, info->logic_id);
+        DRV_ERR("tool get roce_port failed ret %d'", kErrKopa);
         return kErrKopa;
     }
     return kOk;
 }
 
-int32_t tool_roce_port_set_cmd(int argc, char **argv, cmd_parse_info *info)
+int32_t tool_roce_port_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (argc != 3)
-        return cmd_err_argc(CMD_HERE, argc);
     if (strcmp(argv[1], "port") != 0) {
         DRV_ERR("invalid option");
-        fprintf(stderr, "Get unknown option, do you mean port\n");
+        fputs("Get unknown option, do you mean port\n", stderr);
         return kErrUnknownOption;
     }
     RUN_LOG_CONFIG("start to set roce_port of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_set_roce_port(info, argv[2]);
+    int32_t ret = tool_set_roce_port(dev_of(info), argv[2], SetMode::kCommand);
     if (ret != kOk) {
         DRV_ERR("set roce_port failed, logic_id[%u]", info->logic_id);
         return ret;
@@ -53,9 +57,24 @@ int32_t tool_roce_port_set_cmd(int argc, char **argv, cmd_parse_info *info)
                          "cannot be persisted.\n");
 }
 
-}  // namespace
+constexpr CmdOp kUdpOps[] = {
+    {"-s", 3, true, tool_roce_port_set_cmd},
+    {"-g", 1, false, tool_roce_port_get_cmd},
+};
 
-int32_t tool_set_roce_port(cmd_parse_info *info, const char *text)
+} // namespace
+
+extern constexpr CmdDesc kUdpCmd{
+    .major = "-i",
+    .name = "-udp",
+    .handler = "tool_roce_port_cmd_execute",
+    .description = "roce port set cmd",
+    .help = kHelpUdp,
+    .ops = kUdpOps,
+    .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
+};
+
+int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode /*mode*/)
 {
     size_t len = text != nullptr ? strlen(text) : 0;
     // Only the form is checked; the device owns the range of usable ports.
@@ -66,39 +85,23 @@ int32_t tool_set_roce_port(cmd_parse_info *info, const char *text)
         return kErrSysNull;
     }
     uint32_t port = static_cast<uint32_t>(atoi(text));
-    int ret = kopa_set_roce_port(info->logic_id, kNetPort, port);
+    int ret = kopa_set_roce_port(dev.logic_id, kNetPort, port);
     if (ret != 0) {
-        DRV_ERR("kopa set roce_port fail ret[%d] logic_id[%u] roce_port[%u]", ret,
-                info->logic_id, port);
+        DRV_ERR("kopa set roce_port fail ret[%d] logic_id[%u] roce_port[%u]", ret, dev.logic_id,
+                port);
         return kErrKopa;
     }
     return kOk;
 }
 
-int32_t tool_roce_port_cmd_execute(int argc, char **argv, cmd_parse_info *info)
-{
-    if (argc == 0)
-        return cmd_err_argc(CMD_HERE, argc);
-    if (strcmp(argv[0], "-s") == 0)
-        return tool_roce_port_set_cmd(argc, argv, info);
-    if (strcmp(argv[0], "-g") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid operation\n", "Get unknown option!\n");
-    if (argc != 1)
-        return cmd_err_argc(CMD_HERE, argc);
-    int32_t ret = tool_get_roce_port(info->logic_id);
-    if (ret != kOk)
-        DRV_ERR("tool get roce_port failed ret %d'", ret);
-    return ret;
-}
-
-int32_t tool_cfg_roce_port_recovery(cmd_parse_info *info)
+int32_t tool_cfg_roce_port_recovery(DevRef dev)
 {
     char value[kRocePortValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, info->phy_id, kRocePortItem, "roce_port", value, sizeof(value)))
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kRocePortItem, "roce_port", value, sizeof(value)))
         return kOk;
     DRV_DBG("roce_port need recover cfg");
-    int32_t set_ret = tool_set_roce_port(info, value);
+    int32_t set_ret = tool_set_roce_port(dev, value, SetMode::kRecovery);
     if (set_ret != kOk)
-        DRV_ERR("Roce port set fail. (ret=%d; logic_id=%u)", set_ret, info->logic_id);
+        DRV_ERR("Roce port set fail. (ret=%d; logic_id=%u)", set_ret, dev.logic_id);
     return set_ret;
 }

@@ -1,18 +1,15 @@
 // The -route command: static routes of a device's RoCE port, their saved lines, and the walk
 // over those lines that replays, clears and prunes them.
-#include <sys/file.h>
-#include <unistd.h>
-
 #include <cerrno>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <string_view>
 
+#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
-#include "commands/conf_item.hpp"
-#include "commands/handlers.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
 #include "commands/route_store.hpp"
@@ -26,7 +23,6 @@
 namespace
 {
 
-constexpr uint32_t kIpTextSize = 20;
 constexpr uint32_t kRouteTableSize = 386000;
 
 /// Destination address, destination netmask and gateway as dotted quads.
@@ -42,24 +38,6 @@ struct SavedRoute {
     uint32_t section;
 };
 
-/// The configuration stream of one walk; closing it also releases its lock.
-class ConfStream
-{
-  public:
-    explicit ConfStream(FILE *f) : f_(f) {}
-    ~ConfStream()
-    {
-        if (f_ != nullptr && fclose(f_) != 0)
-            DRV_ERR("Fclose fail. (ret_val=%d; errno=%d)", EOF, errno);
-    }
-    ConfStream(const ConfStream &) = delete;
-    ConfStream &operator=(const ConfStream &) = delete;
-    FILE *get() const { return f_; }
-
-  private:
-    FILE *f_;
-};
-
 struct FreeDeleter {
     void operator()(char *p) const { free(p); }
 };
@@ -68,21 +46,17 @@ struct FreeDeleter {
 [[nodiscard]] int32_t tool_get_route_para(char **argv, int pairs, RouteText *route)
 {
     static constexpr const char *kWords[] = {"address", "netmask", "gateway"};
-    char *targets[] = {route->address, route->netmask, route->gateway};
+    char(*targets[])[kIpTextSize] = {&route->address, &route->netmask, &route->gateway};
     memset(route, 0, sizeof(*route));
     for (int i = 0; i < pairs; ++i) {
         if (strcmp(argv[1 + 2 * i], kWords[i]) != 0) {
             fprintf(stderr, "Get unknown cmd, do you mean %s\n", kWords[i]);
             return kErrParamInvalid;
         }
-        const char *value = argv[2 + 2 * i];
-        size_t len = strlen(value);
-        if (len >= kIpTextSize) {
-            DRV_ERR("memcpy_s %s fail[%d], dlen[%d], slen[%u] destStr length is %d", kWords[i],
-                    ERANGE, kIpTextSize, static_cast<unsigned>(len), kIpTextSize);
-            return kErrSysCopy;
-        }
-        memcpy(targets[i], value, len + 1);
+        int32_t ret = cmd_copy_ip_word(CMD_HERE, *targets[i], argv[2 + 2 * i], kWords[i], false,
+                                       " destStr length is 20");
+        if (ret != kOk)
+            return ret;
     }
     return kOk;
 }
@@ -144,7 +118,7 @@ struct FreeDeleter {
         return kErrIpConflict;
     }
     char value[kCfgLineSize] = {};
-    int ret = tool_conf_read_item(info->phy_id, key, value, sizeof(value));
+    int ret = cfg_read_conf(info->phy_id, key, value, sizeof(value));
     if (ret == kErrSysNotFound)
         return kOk;
     if (ret != 0) {
@@ -164,7 +138,7 @@ struct FreeDeleter {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_add_route_table(char **argv, const cmd_parse_info *info)
+int32_t tool_add_route_table(int /*argc*/, char **argv, cmd_parse_info *info)
 {
     RUN_LOG_CONFIG("start to add route of logic_id[%u]\n", info->logic_id);
     RouteText text;
@@ -226,7 +200,7 @@ struct FreeDeleter {
     if (ret != kOk)
         return ret;
     char value[kCfgLineSize] = {};
-    ret = tool_conf_read_item(info->phy_id, key, value, sizeof(value));
+    ret = cfg_read_conf(info->phy_id, key, value, sizeof(value));
     if (ret == kErrSysNotFound) {
         fprintf(stderr, "Route not exist in routing table, can not delete!\n");
         return kErrReported;
@@ -245,7 +219,7 @@ struct FreeDeleter {
                 info->logic_id, route.destination, route.netmask);
         return kopa_err_to_vorn_err(kret);
     }
-    ret = tool_conf_del_item(info->phy_id, key);
+    ret = cfg_del_conf(info->phy_id, key);
     if (ret != 0) {
         DRV_ERR("delete route cfg error! ret[%d] phy_id[%u]", ret, info->phy_id);
         fprintf(stderr, "Failed to delete the route table from the config file, and user "
@@ -255,7 +229,7 @@ struct FreeDeleter {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_del_route_table(char **argv, const cmd_parse_info *info)
+int32_t tool_del_route_table(int /*argc*/, char **argv, cmd_parse_info *info)
 {
     RUN_LOG_CONFIG("start to delete route of logic_id[%u]\n", info->logic_id);
     RouteText text;
@@ -263,27 +237,19 @@ struct FreeDeleter {
     return ret != kOk ? ret : tool_del_route(info, text);
 }
 
-[[nodiscard]] int32_t tool_check_argc_clear_route(int argc)
-{
-    if (argc != 1) {
-        DRV_ERR("tool_route_table_cmd_execute err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    return kOk;
-}
-
 // The firmware's routes stay; only the saved lines of this device go.
-[[nodiscard]] int32_t tool_clear_route_table(const cmd_parse_info *info)
+int32_t tool_clear_route_table(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
     RUN_LOG_CONFIG("start to clear route of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_read_vorn_conf_handle_action(info, RouteAction::kDelete, 0, 0);
+    int32_t ret = tool_read_vorn_conf_handle_action(dev_of(info), RouteAction::kDelete, 0, 0);
     if (ret != kOk)
         fprintf(stderr, "Clear route table in config file failed.\n");
     return ret;
 }
 
-[[nodiscard]] int32_t tool_get_route_table(uint32_t logic_id)
+int32_t tool_get_route_table(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
+    const uint32_t logic_id = info->logic_id;
     std::unique_ptr<char, FreeDeleter> buf(static_cast<char *>(calloc(kRouteTableSize, 1)));
     if (!buf) {
         DRV_ERR("tool_route_table_cmd_execute calloc fail.");
@@ -321,22 +287,17 @@ struct FreeDeleter {
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_del_route_by_fd(FILE *stream, const SavedRoute &route,
+// The key names the section, without "=": a deletion removes every line that contains it.
+[[nodiscard]] int32_t tool_del_route_by_fd(ConfSession *conf, const SavedRoute &route,
                                            uint32_t logic_id)
 {
-    // The key ends in "=": section 1 must not take the same route of sections 10 to 15.
     char key[kCfgLineSize];
-    int n = snprintf(key, sizeof(key), "route_address_%s_netmask_%s_%u=", route.text.address,
-                     route.text.netmask, route.section);
-    if (n < 0 || static_cast<size_t>(n) >= sizeof(key)) {
-        DRV_ERR("snprintf_s route config fail! ret : %d.", n);
+    if (!format_text(key, sizeof(key), "route_address_%s_netmask_%s_%u", route.text.address,
+                     route.text.netmask, route.section)) {
+        DRV_ERR("snprintf_s route config fail! ret : %d.", -1);
         return kErrSysCopy;
     }
-    if (fseek(stream, 0, SEEK_SET) != 0) {
-        DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fileno(stream), -1, errno);
-        return kErrSysRead;
-    }
-    int ret = cfg_inner_del_conf_byfd(stream, key);
+    int ret = conf->del(key);
     if (ret != 0) {
         DRV_ERR("cfg_inner_del_conf_byfd: delete cfg error! ret[%d] logic_id[%u]", ret, logic_id);
         return ret;
@@ -345,34 +306,29 @@ struct FreeDeleter {
 }
 
 // A gateway that does not convert lies in no segment and goes as well.
-[[nodiscard]] int32_t tool_del_not_segment_route_by_fd(FILE *stream, const SavedRoute &route,
+[[nodiscard]] int32_t tool_del_not_segment_route_by_fd(ConfSession *conf, const SavedRoute &route,
                                                        uint32_t logic_id, uint32_t address,
-                                                       uint32_t netmask, bool *removed)
+                                                       uint32_t netmask)
 {
     uint32_t gw = 0;
     if (tool_inet_pton_ipv4_address(route.text.gateway, &gw) == kOk &&
         (netmask & (address ^ gw)) == 0)
         return kOk;
     DRV_WARN("route gateway[%s] not in segment, delete it", route.text.gateway);
-    *removed = true;
-    return tool_del_route_by_fd(stream, route, logic_id);
+    return tool_del_route_by_fd(conf, route, logic_id);
 }
 
-[[nodiscard]] int32_t tool_select_action_for_route(FILE *stream, const cmd_parse_info *info,
+[[nodiscard]] int32_t tool_select_action_for_route(ConfSession *conf, DevRef dev,
                                                    RouteAction action, const SavedRoute &route,
-                                                   uint32_t address, uint32_t netmask,
-                                                   bool *removed)
+                                                   uint32_t address, uint32_t netmask)
 {
-    *removed = false;
     switch (action) {
     case RouteAction::kReplay:
-        return tool_recover_single_route(info->logic_id, route.text);
+        return tool_recover_single_route(dev.logic_id, route.text);
     case RouteAction::kDelete:
-        *removed = true;
-        return tool_del_route_by_fd(stream, route, info->logic_id);
+        return tool_del_route_by_fd(conf, route, dev.logic_id);
     case RouteAction::kDelOutsideSegment:
-        return tool_del_not_segment_route_by_fd(stream, route, info->logic_id, address, netmask,
-                                                removed);
+        return tool_del_not_segment_route_by_fd(conf, route, dev.logic_id, address, netmask);
     }
     return kErrParamInvalid;
 }
@@ -410,99 +366,81 @@ struct FreeDeleter {
     return kOk;
 }
 
-[[nodiscard]] bool is_route_line(const char *line)
+[[nodiscard]] bool is_route_line(std::string_view line)
 {
-    return line[0] != '#' && strlen(line) >= 3 && strchr(line, '=') != nullptr &&
-           strncmp(line, "route", 5) == 0;
+    return line[0] != '#' && line.size() >= 3 && line.find('=') != std::string_view::npos &&
+           line.starts_with("route");
 }
 
 } // namespace
 
-int32_t tool_read_vorn_conf_handle_action(const cmd_parse_info *info, RouteAction action,
-                                          uint32_t address, uint32_t netmask)
+int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32_t address,
+                                          uint32_t netmask)
 {
-    const char *path = cfg_conf_path();
-    char real_path[PATH_MAX] = {};
-    if (path == nullptr || strlen(path) >= PATH_MAX || realpath(path, real_path) == nullptr) {
-        DRV_ERR("read path_len > PATH_MAX or conf_path is invalid, err[%d]", errno);
-        return kErrSysNull;
-    }
-    ConfStream conf(fopen(real_path, "r+"));
-    if (conf.get() == nullptr) {
-        DRV_ERR("Open configure file fail errno[%d] real_conf_path[%s]", errno, real_path);
-        return kErrSysRead;
-    }
-    int fd = fileno(conf.get());
-    int ret = flock(fd, LOCK_EX);
-    if (ret != 0) {
-        DRV_ERR("vorn.conf lock fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
-        return kErrSysRead;
-    }
-    ret = fseek(conf.get(), 0, SEEK_SET);
-    if (ret != 0) {
-        DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, ret, errno);
-        return kErrSysRead;
-    }
-    char line[kCfgLineSize];
-    while (fgets(line, sizeof(line), conf.get()) != nullptr) {
-        if (!is_route_line(line))
-            continue;
+    ConfSession conf(ConfAccess::kWalk);
+    int ret = conf.open();
+    if (ret != 0)
+        return ret;
+    // The walk reads the lines as they were at the start; a deletion takes effect in the
+    // session at once and reaches the file as one replacement at the end.
+    const std::string lines(conf.content());
+    ret = cfg_for_each_piece(lines, [&](std::string_view piece) -> int {
+        if (!is_route_line(piece))
+            return 0;
+        char line[kCfgLineSize];
+        memcpy(line, piece.data(), piece.size());
+        line[piece.size()] = '\0';
         SavedRoute route{};
         int32_t pret = parse_route_line(line, &route);
         if (pret != kOk)
             return pret;
-        if (route.section != info->phy_id)
-            continue;
-        bool removed = false;
-        pret = tool_select_action_for_route(conf.get(), info, action, route, address, netmask,
-                                            &removed);
-        if (pret != kOk)
-            return pret;
-        // A deletion compacts the file under the walk: start again from the top, where the
-        // removed line no longer is.
-        if (removed && fseek(conf.get(), 0, SEEK_SET) != 0) {
-            DRV_ERR("vorn.conf fseek fd[%d] failed! ret[%d] errno[%d]", fd, -1, errno);
-            return kErrSysRead;
-        }
-    }
-    return kOk;
+        if (route.section != dev.phy_id)
+            return 0;
+        return tool_select_action_for_route(&conf, dev, action, route, address, netmask);
+    });
+    // The routes handled before a failing one stay handled, as they would line by line.
+    const int saved = conf.commit();
+    return ret != 0 ? ret : saved;
 }
 
-int32_t tool_route_table_cmd_execute(int argc, char **argv, cmd_parse_info *info)
+namespace
 {
-    if (argc <= 0 || argv == nullptr || info == nullptr) {
-        DRV_ERR("tool_route_table_cmd_execute err argc[%d]", argc);
-        return kErrArgCount;
-    }
-    if (strcmp(argv[0], "-g") == 0) {
-        if (argc != 1) {
-            DRV_ERR("tool_route_table_cmd_execute err argc[%d]", argc);
-            return kErrArgCount;
-        }
-        return tool_get_route_table(info->logic_id);
-    }
-    if (strcmp(argv[0], "-a") == 0) {
-        if (argc != 7) {
-            DRV_ERR("tool_route_table_cmd_execute add route err argc[%d]", argc);
-            return kErrArgCount;
-        }
-        return tool_add_route_table(argv, info);
-    }
-    if (strcmp(argv[0], "-d") == 0) {
-        if (argc != 5) {
-            DRV_ERR("tool_route_table_cmd_execute delete route err argc[%d]", argc);
-            return kErrArgCount;
-        }
-        return tool_del_route_table(argv, info);
-    }
-    if (strcmp(argv[0], "-c") == 0) {
-        int32_t ret = tool_check_argc_clear_route(argc);
-        return ret != kOk ? ret : tool_clear_route_table(info);
-    }
-    return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown option!\n");
-}
 
-int32_t tool_cfg_route_recovery(cmd_parse_info *info)
+constexpr CmdOp kRouteOps[] = {
+    {"-g", 1, false, tool_get_route_table},
+    {"-a", 7, true, tool_add_route_table, "tool_route_table_cmd_execute add route err argc[%d]"},
+    {"-d", 5, true, tool_del_route_table,
+     "tool_route_table_cmd_execute delete route err argc[%d]"},
+    {"-c", 1, true, tool_clear_route_table},
+};
+
+constexpr CmdMask kRouteMasks[] = {{"address", 5}, {"netmask", 7}, {"gateway", 9}};
+
+constexpr const char *kHelpRoute = "   [-g]        : get route table\n"
+                                   "   [-a]        : add route\n"
+                                   "       address %s: destination address, such as x.x.x.x\n"
+                                   "       netmask %s: destination netmask, such as x.x.x.x\n"
+                                   "       gateway %s: gateway address, such as x.x.x.x\n"
+                                   "   [-d]        : del route\n"
+                                   "       address %s: destination address, such as x.x.x.x\n"
+                                   "       netmask %s: destination netmask, such as x.x.x.x\n"
+                                   "   [-c]        : clear route\n";
+
+} // namespace
+
+extern constexpr CmdDesc kRouteCmd{
+    .major = "-i",
+    .name = "-route",
+    .handler = "tool_route_table_cmd_execute",
+    .description = "route table cmd",
+    .help = kHelpRoute,
+    .ops = kRouteOps,
+    .unknown_op = {RefusalLog::kNone, nullptr, "Get unknown option!\n"},
+    .argc_log = "tool_route_table_cmd_execute err argc[%d]",
+    .masks = kRouteMasks,
+};
+
+int32_t tool_cfg_route_recovery(DevRef dev)
 {
-    return tool_read_vorn_conf_handle_action(info, RouteAction::kReplay, 0, 0);
+    return tool_read_vorn_conf_handle_action(dev, RouteAction::kReplay, 0, 0);
 }

@@ -1,22 +1,39 @@
 // The configuration store: key=value lines of /etc/vorn.conf under an exclusive file lock.
+//
+// Keys are "<item>_<phy_id>". A read answers with the first line that begins with the key (a
+// prefix match: a read of mtu_1 may meet mtu_10=... first); a write replaces the lines whose key
+// is exactly the key and appends the new line at the end; a delete removes every line that
+// contains the key anywhere. Lines longer than 383 characters are handled as 383-byte pieces.
+//
+// A change never rewrites the file in place: the new content goes to a temporary file beside it
+// (same owner and mode), which is synced and renamed over the file, and the directory is synced.
+// A run killed at any instant, a full disk or a file-size limit leave the file as it was or as
+// the finished change leaves it.
+//
+// Result codes are the tool's own (base/result.hpp): kErrSysCopy (a copy, the size limit,
+// memory), kErrSysNull (a path too long or not resolvable), kErrSysWrite, kErrSysRead and
+// kErrSysDelete (the file cannot be opened, locked, read or replaced), kErrSysNotFound, and
+// kErrnoInval for a missing argument.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
-#include <cstdio>
+#include <string>
+#include <string_view>
 
 #include "base/result.hpp"
 
-// Store result codes are the tool's own (base/result.hpp): kErrSysCopy (a copy, the size limit,
-// memory), kErrSysNull (a path too long or not resolvable), kErrSysWrite, kErrSysRead and
-// kErrSysDelete (the file cannot be opened, locked, positioned or written), kErrSysNotFound.
-
-inline constexpr unsigned kCfgLineSize = 384;        ///< line buffer; longer lines in pieces
-inline constexpr unsigned kCfgFileMax = 1024000;     ///< whole file, terminating zero included
+inline constexpr unsigned kCfgLineSize = 384;    ///< line buffer; longer lines in pieces
+inline constexpr unsigned kCfgFileMax = 1024000; ///< whole file, terminating zero included
 
 /// Path of the configuration file ("/etc/vorn.conf", under the test root in a test build).
 const char *cfg_conf_path();
 
-/// Reads the value of "<item>_<phy_id>" (first line that begins with the key) into value_out.
+/// Builds the key "<item>_<phy_id>" into `key`. 0, or kErrSysCopy when it does not fit.
+[[nodiscard]] int cfg_build_key(uint32_t phy_id, const char *item, char (&key)[kCfgLineSize]);
+
+/// Reads the value of "<item>_<phy_id>" into value_out; kErrSysNotFound when absent.
 [[nodiscard]] int cfg_read_conf(uint32_t phy_id, const char *item, char *value_out,
                                 uint32_t value_size);
 /// Replaces (or adds) the line "<item>_<phy_id>=<value>"; the line moves to the end.
@@ -24,14 +41,90 @@ const char *cfg_conf_path();
 /// Removes every line that contains "<item>_<phy_id>".
 [[nodiscard]] int cfg_del_conf(uint32_t phy_id, const char *item);
 
+/// The same three on an explicit path and a key already built.
 [[nodiscard]] int cfg_inner_read_conf(const char *path, const char *key, char *value_out,
                                       uint32_t value_size);
 [[nodiscard]] int cfg_inner_write_conf(const char *path, const char *key, const char *value);
 [[nodiscard]] int cfg_inner_del_conf(const char *path, const char *key);
 
-/// The same on a stream that the caller opened and locked (and positioned at the start).
-[[nodiscard]] int cfg_inner_read_conf_byfd(FILE *stream, const char *key, char *value_out,
-                                           uint32_t value_size);
-[[nodiscard]] int cfg_inner_write_conf_byfd(FILE *stream, const char *key, const char *value,
-                                            char *buffer, uint32_t buffer_size);
-[[nodiscard]] int cfg_inner_del_conf_byfd(FILE *stream, const char *key);
+/// What a session is opened for. It picks the codes and log texts of its failures: a read
+/// fails with kErrSysRead, a write with kErrSysWrite, a delete with kErrSysDelete; a walk opens
+/// as a read and saves its changes as a delete.
+enum class ConfAccess : uint8_t { kRead, kWrite, kDelete, kWalk };
+
+/// The configuration file held open under its exclusive lock for one or more operations. The
+/// content is read once at open; operations work on it in memory, and commit() puts it in place
+/// as one atomic replacement (the session keeps the lock, on the new file, until it ends).
+/// Every change through the store goes through a session.
+class ConfSession
+{
+  public:
+    explicit ConfSession(ConfAccess access) : access_(access) {}
+    ~ConfSession();
+    ConfSession(const ConfSession &) = delete;
+    ConfSession &operator=(const ConfSession &) = delete;
+
+    /// Resolves `path`, opens it (never creating it), locks it and reads it. An opener that
+    /// gets the lock on a file that another run has meanwhile replaced opens again. 0, or the
+    /// access's code.
+    [[nodiscard]] int open(const char *path);
+    [[nodiscard]] int open() { return open(cfg_conf_path()); }
+
+    /// Prefix read of `key` (first line in file order wins). 0, kErrSysNotFound, or
+    /// kErrSysCopy when the value does not fit `value_size` with its terminator.
+    [[nodiscard]] int read(const char *key, char *value_out, uint32_t value_size) const;
+    /// Replaces the lines of exactly `key` by "key=value" at the end. 0 or kErrSysCopy (the
+    /// line does not fit its buffer, or the file would reach the size limit: the content is
+    /// then unchanged).
+    [[nodiscard]] int write(const char *key, const char *value);
+    /// Removes every line that contains `key`. Always 0.
+    int del(const char *key);
+
+    /// The item forms: the key is "<item>_<phy_id>".
+    [[nodiscard]] int read_item(uint32_t phy_id, const char *item, char *value_out,
+                                uint32_t value_size) const;
+    [[nodiscard]] int write_item(uint32_t phy_id, const char *item, const char *value);
+    [[nodiscard]] int del_item(uint32_t phy_id, const char *item);
+
+    /// The content as it stands in the session (changes included).
+    [[nodiscard]] std::string_view content() const { return content_; }
+    /// Whether the session holds changes that commit() has not put in place yet.
+    [[nodiscard]] bool dirty() const { return dirty_; }
+
+    /// Puts the changed content in place: a temporary file beside the file, synced, renamed
+    /// over it, the directory synced. Nothing to do without changes. 0, or the access's code
+    /// when any step failed (the file is then as it was).
+    [[nodiscard]] int commit();
+
+  private:
+    [[nodiscard]] int open_once(bool *replaced);
+    [[nodiscard]] int load();
+    [[nodiscard]] int fail_code() const;
+
+    ConfAccess access_;
+    int fd_ = -1;
+    std::string path_; ///< the resolved path
+    std::string content_;
+    bool dirty_ = false;
+    uid_t uid_ = 0;
+    gid_t gid_ = 0;
+    mode_t mode_ = 0;
+};
+
+/// Calls `fn(piece)` for each line of `content` in order as a 384-byte line buffer reads it:
+/// each line with its newline, and a line longer than 383 characters as pieces of that length.
+/// Stops at the first non-zero result of `fn` and returns it; 0 when every piece was seen.
+template <typename Fn> int cfg_for_each_piece(std::string_view content, Fn &&fn)
+{
+    constexpr size_t kPiece = kCfgLineSize - 1;
+    while (!content.empty()) {
+        const size_t window = content.size() < kPiece ? content.size() : kPiece;
+        const size_t nl = content.substr(0, window).find('\n');
+        const size_t len = nl != std::string_view::npos ? nl + 1 : window;
+        const int ret = fn(content.substr(0, len));
+        if (ret != 0)
+            return ret;
+        content.remove_prefix(len);
+    }
+    return 0;
+}

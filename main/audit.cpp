@@ -2,42 +2,44 @@
 #include "main/audit.hpp"
 
 #include <cstring>
+#include <span>
 
 #include "log/run_log.hpp"
+#include "main/cmd_table.hpp"
 
 namespace {
 
 constexpr size_t kArgBufLen = 901;
-constexpr int kAnywhere = -1;
 
-struct black_list_row {
+// Words whose values are masked although no command of the table takes them.
+constexpr CmdMask kEnvelopeMasks[] = {{"path", 5}, {"pri", 7}, {"pub", 9}};
+constexpr CmdMask kIpRuleMasks[] = {
+    {"dir", kMaskAnywhere}, {"ip", kMaskAnywhere}, {"table", kMaskAnywhere}};
+constexpr CmdMask kIpRouteMasks[] = {{"ip", kMaskAnywhere},
+                                     {"ip_mask", kMaskAnywhere},
+                                     {"via", kMaskAnywhere},
+                                     {"dev", kMaskAnywhere},
+                                     {"table", kMaskAnywhere}};
+
+struct ExtraMasks {
     const char *cmd;
-    const char *option;
-    int position; ///< index of the option word in the whole argument vector, or kAnywhere
+    std::span<const CmdMask> masks;
 };
+constexpr ExtraMasks kExtraMasks[] = {
+    {"-envelope", kEnvelopeMasks}, {"-ip_rule", kIpRuleMasks}, {"-ip_route", kIpRouteMasks}};
 
-// Values after these words are secrets or addresses.
-constexpr black_list_row check_list[] = {
-    {"-ip", "address", 5},     {"-ip", "netmask", 7},
-    {"-gateway", "gateway", 5},
-    {"-netdetect", "address", 5},
-    {"-mac", "mac", 5},
-    {"-tls", "path", 5},       {"-tls", "pri", 7},        {"-tls", "pub", 9},
-    {"-tls", "ca1", 11},       {"-tls", "ca2", 13},       {"-tls", "ca3", 15},
-    {"-tls", "ca4", 17},       {"-tls", "ca5", 19},       {"-tls", "ca6", 21},
-    {"-tls", "ca7", 23},       {"-tls", "ca8", 25},       {"-tls", "ca9", 27},
-    {"-tls", "ca10", 29},      {"-tls", "ca11", 31},      {"-tls", "ca12", 33},
-    {"-tls", "ca13", 35},      {"-tls", "ca14", 37},      {"-tls", "crl", kAnywhere},
-    {"-envelope", "path", 5},  {"-envelope", "pri", 7},   {"-envelope", "pub", 9},
-    {"-arp", "dev", kAnywhere}, {"-arp", "ip", kAnywhere}, {"-arp", "mac", kAnywhere},
-    {"-route", "address", 5},  {"-route", "netmask", 7},  {"-route", "gateway", 9},
-    {"-ip_rule", "dir", kAnywhere}, {"-ip_rule", "ip", kAnywhere},
-    {"-ip_rule", "table", kAnywhere},
-    {"-ip_route", "ip", kAnywhere}, {"-ip_route", "ip_mask", kAnywhere},
-    {"-ip_route", "via", kAnywhere}, {"-ip_route", "dev", kAnywhere},
-    {"-ip_route", "table", kAnywhere},
-};
-static_assert(sizeof(check_list) / sizeof(check_list[0]) == 40, "the black list has 40 rows");
+bool masks_value(std::span<const CmdMask> masks, int index, char **argv)
+{
+    for (const CmdMask &mask : masks) {
+        if (mask.position == kMaskAnywhere) {
+            if (strcmp(argv[index - 1], mask.word) == 0)
+                return true;
+        } else if (index == mask.position + 1 && strcmp(argv[mask.position], mask.word) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
 
 bool is_plain_char(unsigned char c)
 {
@@ -47,19 +49,19 @@ bool is_plain_char(unsigned char c)
 
 }  // namespace
 
+// Values after these words are secrets or addresses; each command names its own.
 bool check_cmd_is_in_black_list(int index, char **argv)
 {
     if (index < 4 || argv == nullptr || argv[3] == nullptr)
         return false;
-    for (const black_list_row &row : check_list) {
-        if (strcmp(argv[3], row.cmd) != 0)
-            continue;
-        if (row.position == kAnywhere) {
-            if (strcmp(argv[index - 1], row.option) == 0)
-                return true;
-        } else if (index == row.position + 1 && strcmp(argv[row.position], row.option) == 0) {
+    for (int i = 0; i < kCmdListMax && !g_cmd_list[i].empty(); ++i) {
+        const CmdDesc &cmd = *g_cmd_list[i].cmd;
+        if (strcmp(argv[3], cmd.name) == 0 && masks_value(cmd.masks, index, argv))
             return true;
-        }
+    }
+    for (const ExtraMasks &extra : kExtraMasks) {
+        if (strcmp(argv[3], extra.cmd) == 0 && masks_value(extra.masks, index, argv))
+            return true;
     }
     return false;
 }

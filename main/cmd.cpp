@@ -1,9 +1,4 @@
 // The parse of one command line: shape checks, command lookup, device id, and the handler call.
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -16,7 +11,7 @@
 #include "main/audit.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
-#include "base/paths.hpp"
+#include "main/setting_lock.hpp"
 #include "base/result.hpp"
 
 namespace {
@@ -24,40 +19,79 @@ namespace {
 constexpr uint32_t kMaxLogicId = 15;
 constexpr uint32_t kMaxHostPhyId = 15;
 constexpr size_t kPhyIdLenMax = 2;
-constexpr const char *kSettingLockDir = "/run";
-constexpr const char *kSettingLockPath = "/run/vorn_tool.lock";
 
-// Serialises the runs that change settings, from their first device call to their last save:
-// without it two runs setting one item could leave the device with one value and the saved
-// file with the other. Reads ("-g") do not wait. The descriptor stays open, and the lock held,
-// until the process ends. A caller that cannot open the lock file (not root) runs unlocked: it
-// cannot save settings either.
-void take_setting_lock(int argc, char **argv, const cmd_parse_info *info)
+void log_argc(const CmdDesc &cmd, const char *text, int argc)
 {
-    if (info->first_arg < argc && strcmp(argv[info->first_arg], "-g") == 0)
-        return;
-    (void)mkdir(sys_path(kSettingLockDir).c_str(), 0755);
-    const std::string path = sys_path(kSettingLockPath);
-    int fd = open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd < 0) {
-        DRV_WARN("open %s failed, errno=%d", path.c_str(), errno);
-        return;
-    }
-    while (flock(fd, LOCK_EX) != 0) {
-        if (errno != EINTR) {
-            DRV_WARN("flock %s failed, errno=%d", path.c_str(), errno);
-            (void)close(fd);
-            return;
+    if (drv_log_enabled(KELVAR_LEVEL_ERROR))
+        drv_log_write(KELVAR_LEVEL_ERROR, cmd.handler, __LINE__, text, argc);
+}
+
+int32_t refuse_operation(const CmdDesc &cmd)
+{
+    const CmdRefusal &why = cmd.unknown_op;
+    switch (why.channel) {
+    case RefusalLog::kNone:
+        break;
+    case RefusalLog::kRunLog:
+        VornPrintLog("PROMPT MINOR %s %s %s:%d >>> %s", vorn_get_g_usr_name(), vorn_get_g_usr_ip(),
+                     __FILE_NAME__, __LINE__, why.log_text);
+        break;
+    case RefusalLog::kDriverLog:
+        if (drv_log_enabled(KELVAR_LEVEL_ERROR)) {
+            drv_log_write(KELVAR_LEVEL_ERROR, cmd.handler, __LINE__, "%s", why.log_text);
+            const int len = static_cast<int>(strcspn(why.user_text, "\n"));
+            drv_log_write(KELVAR_LEVEL_ERROR, cmd.handler, __LINE__, "%.*s", len, why.user_text);
         }
+        break;
     }
+    (void)fputs(why.user_text, stderr);
+    return kErrUnknownOption;
 }
 
 }  // namespace
 
+int32_t cmd_dispatch(const CmdDesc &cmd, int argc, char **argv, cmd_parse_info *info)
+{
+    if (cmd.whole != nullptr)
+        return cmd.whole(argc, argv, info);
+    if (argc <= 0) {
+        log_argc(cmd, cmd.argc_log, argc);
+        return kErrArgCount;
+    }
+    if (cmd.count_first) {
+        bool any = false;
+        for (const CmdOp &op : cmd.ops)
+            any = any || op.argc == argc;
+        if (!any) {
+            log_argc(cmd, cmd.argc_log, argc);
+            return kErrArgCount;
+        }
+    }
+    const CmdOp *op = nullptr;
+    for (const CmdOp &candidate : cmd.ops) {
+        if (strcmp(argv[0], candidate.word) == 0) {
+            op = &candidate;
+            break;
+        }
+    }
+    if (op == nullptr)
+        return refuse_operation(cmd);
+    if (op->argc != kOwnCount && argc != op->argc) {
+        log_argc(cmd, op->argc_log != nullptr ? op->argc_log : cmd.argc_log, argc);
+        return kErrArgCount;
+    }
+    if (op->changes_settings) {
+        const int32_t ret = take_setting_lock();
+        if (ret != kOk)
+            return ret;
+    }
+    return op->run(argc, argv, info);
+}
+
 int32_t insert_cmd_list(const cmd_record *records, int count)
 {
     int first_empty = 0;
-    while (first_empty < kCmdListMax && g_cmd_list[first_empty].handler != nullptr)
+    while (first_empty < kCmdListMax && !g_cmd_list[first_empty].empty())
         ++first_empty;
     if (records == nullptr || count < 0 || first_empty >= kCmdListMax ||
         first_empty + count > kCmdListMax - 1) {
@@ -114,15 +148,15 @@ int32_t get_cmd_type(int /*argc*/, char **argv, uint32_t *type, int *position)
 int32_t cmd_attr_check(uint32_t type, const cmd_record *row)
 {
     const char *want = type == kCmdTypeOne ? "-i" : "-a";
-    return strcmp(row->major_type, want) == 0 ? kOk : kErrCmdAttr;
+    return strcmp(row->cmd->major, want) == 0 ? kOk : kErrCmdAttr;
 }
 
 int32_t major_cmd_parse(int argc, char **argv, uint32_t type, int position, cmd_parse_info *info)
 {
     if (argc <= position)
         return kErrMajorCmd;
-    for (int i = 0; i < kCmdListMax && g_cmd_list[i].handler != nullptr; ++i) {
-        if (strcmp(argv[position], g_cmd_list[i].cmd_name) != 0)
+    for (int i = 0; i < kCmdListMax && !g_cmd_list[i].empty(); ++i) {
+        if (strcmp(argv[position], g_cmd_list[i].cmd->name) != 0)
             continue;
         if (cmd_attr_check(type, &g_cmd_list[i]) != kOk)
             continue;
@@ -265,7 +299,6 @@ int32_t parse_cmd(int argc, char **argv, cmd_parse_info *info)
     }
     info->cmd_type = type;
     DRV_DBG("Parse cmd success. (cmd_index=%d)", info->cmd_index);
-    take_setting_lock(argc, argv, info);
-    return g_cmd_list[info->cmd_index].handler(argc - info->first_arg, argv + info->first_arg,
-                                               info);
+    return cmd_dispatch(*g_cmd_list[info->cmd_index].cmd, argc - info->first_arg,
+                        argv + info->first_arg, info);
 }

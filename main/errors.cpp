@@ -35,15 +35,15 @@ int32_t row_of(const cmd_parse_info *info) { return info != nullptr ? info->cmd_
 
 void uda_cmd_pram_list_print(int32_t cmd_index)
 {
-    if (!valid_row(cmd_index))
+    if (!valid_row(cmd_index) || g_cmd_list[cmd_index].empty())
         return;
     const cmd_record &row = g_cmd_list[cmd_index];
-    const char *help = row.help != nullptr ? row.help : "";
+    const char *help = row.cmd->help != nullptr ? row.cmd->help : "";
     (void)fprintf(stderr, "[ vorn_tool %s dev_id %s ] needs the following parameters:\n",
-                  row.major_type, row.cmd_name);
+                  row.cmd->major, row.cmd->name);
     (void)fprintf(stderr, "%s\n", help);
-    DRV_DBG("[ vorn_tool %s dev_id %s ] needs the following parameters:", row.major_type,
-            row.cmd_name);
+    DRV_DBG("[ vorn_tool %s dev_id %s ] needs the following parameters:", row.cmd->major,
+            row.cmd->name);
     DRV_DBG("%s", help);
 }
 
@@ -222,12 +222,12 @@ void uda_handle_kopa_err(int32_t code)
 
 void uda_help_cmd_print()
 {
-    for (int i = 0; i < kCmdListMax && g_cmd_list[i].handler != nullptr; ++i) {
+    for (int i = 0; i < kCmdListMax && !g_cmd_list[i].empty(); ++i) {
         const cmd_record &row = g_cmd_list[i];
-        const char *help = row.help != nullptr ? row.help : "";
-        (void)printf("vorn_tool %s %s %s\n", row.major_type, row.dev_token, row.cmd_name);
+        const char *help = row.cmd->help != nullptr ? row.cmd->help : "";
+        (void)printf("vorn_tool %s %s %s\n", row.cmd->major, row.dev_token(), row.cmd->name);
         (void)printf("%s\n", help);
-        DRV_DBG("vorn_tool %s %s %s", row.major_type, row.dev_token, row.cmd_name);
+        DRV_DBG("vorn_tool %s %s %s", row.cmd->major, row.dev_token(), row.cmd->name);
         DRV_DBG("%s", help);
     }
 }

@@ -171,6 +171,8 @@ TEST_F(PortCommandsTest, QueriesPrintDeviceState)
     EXPECT_EQ(sb_.conf(), "");
 }
 
+// A refused word count or operation word is logged by the dispatcher under the command's
+// handler name; a refused key word by the operation that read it.
 TEST_F(PortCommandsTest, RefusalsAreLoggedUnderTheRefusingHandler)
 {
     struct Case {
@@ -179,13 +181,13 @@ TEST_F(PortCommandsTest, RefusalsAreLoggedUnderTheRefusingHandler)
     };
     const Case cases[] = {
         {{"-mtu"}, "\\[tool_mtu_cmd_execute \\d+\\]err argc\\[0\\]\n", ""},
-        {{"-mtu", "-s", "size"}, "\\[tool_mtu_set_cmd \\d+\\]err argc\\[2\\]\n", ""},
-        {{"-mtu", "-x"}, "", "PROMPT MINOR .* mtu_link\\.cpp:\\d+ >>> invalid operation\n"},
+        {{"-mtu", "-s", "size"}, "\\[tool_mtu_cmd_execute \\d+\\]err argc\\[2\\]\n", ""},
+        {{"-mtu", "-x"}, "", "PROMPT MINOR .* cmd\\.cpp:\\d+ >>> invalid operation\n"},
         {{"-link", "-s", "up"}, "", "PROMPT MINOR .* mtu_link\\.cpp:\\d+ >>> invalid option\n"},
         {{"-udp", "-g", "x"}, "\\[tool_roce_port_cmd_execute \\d+\\]err argc\\[2\\]\n", ""},
-        {{"-vnic", "-s"}, "", "PROMPT MINOR .* lldp_vnic\\.cpp:\\d+ >>> invalid operation\n"},
+        {{"-vnic", "-s"}, "", "PROMPT MINOR .* cmd\\.cpp:\\d+ >>> invalid operation\n"},
         {{"-mac", "-s", "address", "00:11:22:33:44:55"},
-         "\\[tool_set_mac \\d+\\]Invalid option\\.\n.*\\[tool_set_mac \\d+\\]Get unknown option, "
+         "\\[tool_mac_set_cmd \\d+\\]Invalid option\\.\n.*\\[tool_mac_set_cmd \\d+\\]Get unknown option, "
          "do you mean mac\n",
          ""},
         {{"-net_health", "-s"},
@@ -249,21 +251,21 @@ protected:
         for (const auto &[k, v] : sb_.env())
             setenv(k.c_str(), v.c_str(), 1);
     }
-    cmd_parse_info info_{};
+    DevRef info_{};
 };
 
 TEST_F(PortReplayTest, SavedValuesAreSetAgainAndAbsentKeysAreSuccess)
 {
     const std::string state = sb_.emu({"show"}).out;
-    EXPECT_EQ(tool_cfg_mtu_recovery(&info_), 0);
-    EXPECT_EQ(tool_cfg_mac_addr_recovery(&info_), 0);
-    EXPECT_EQ(tool_cfg_roce_port_recovery(&info_), 0);
+    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_mac_addr_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_roce_port_recovery(info_), 0);
     EXPECT_EQ(sb_.emu({"show"}).out, state);
 
     sb_.set_conf("mtu_0=9000\nmac_addr_0=00:11:22:33:44:66\nroce_port_0=5000\nmtu_1=67\n");
-    EXPECT_EQ(tool_cfg_mtu_recovery(&info_), 0);
-    EXPECT_EQ(tool_cfg_mac_addr_recovery(&info_), 0);
-    EXPECT_EQ(tool_cfg_roce_port_recovery(&info_), 0);
+    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_mac_addr_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_roce_port_recovery(info_), 0);
     EXPECT_EQ(device("mtu"), "9000");
     EXPECT_EQ(device("mac"), "00:11:22:33:44:66");
     EXPECT_EQ(device("udp-port"), "5000");
@@ -271,15 +273,18 @@ TEST_F(PortReplayTest, SavedValuesAreSetAgainAndAbsentKeysAreSuccess)
     // A saved value that the command would refuse is refused on replay too.
     info_.logic_id = 1;
     info_.phy_id = 1;
-    EXPECT_EQ(tool_cfg_mtu_recovery(&info_), 0x200E);
+    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0x200E);
 
-    // Device 10's lines never answer for device 1, even when they come first.
-    const std::string state1 = sb_.emu({"show"}).out;
-    sb_.set_conf("mtu_10=9000\nmac_addr_10=00:11:22:33:44:77\nroce_port_10=6000\n");
-    EXPECT_EQ(tool_cfg_mtu_recovery(&info_), 0);
-    EXPECT_EQ(tool_cfg_mac_addr_recovery(&info_), 0);
-    EXPECT_EQ(tool_cfg_roce_port_recovery(&info_), 0);
-    EXPECT_EQ(sb_.emu({"show"}).out, state1);
+    // A read matches by prefix and the first line wins: device 10's lines, coming first,
+    // answer for device 1.
+    sb_.set_conf("mtu_10=9000\nmac_addr_10=00:11:22:33:44:77\nroce_port_10=6000\n"
+                 "mtu_1=1500\n");
+    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_mac_addr_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_roce_port_recovery(info_), 0);
+    EXPECT_EQ(sb_.emu({"get", "1", "mtu"}).out, "9000\n");
+    EXPECT_EQ(sb_.emu({"get", "1", "mac"}).out, "00:11:22:33:44:77\n");
+    EXPECT_EQ(sb_.emu({"get", "1", "udp-port"}).out, "6000\n");
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ protected:
     static std::string usage()
     {
         return std::string("[ vorn_tool -i dev_id -mtu ] needs the following parameters:\n") +
-               g_cmd_list[kMtuRow].help + "\n";
+               g_cmd_list[kMtuRow].cmd->help + "\n";
     }
 
     // What the entry point prints for `code`: the printer of its class.

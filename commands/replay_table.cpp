@@ -1,0 +1,21 @@
+// The order in which recovery replays the saved items of a device. The address comes first:
+// the gateway and the routes need its segment.
+#include "main/cmd.hpp"
+#include "commands/replay.hpp"
+
+namespace
+{
+
+constexpr ReplayItem kReplayItems[] = {
+    {"tool_cfg_ip_recovery", tool_cfg_ip_recovery},
+    {"tool_cfg_gateway_recovery", tool_cfg_gateway_recovery},
+    {"tool_cfg_netdetect_recovery", tool_cfg_netdetect_recovery},
+    {"tool_cfg_mtu_recovery", tool_cfg_mtu_recovery},
+    {"tool_cfg_mac_addr_recovery", tool_cfg_mac_addr_recovery},
+    {"tool_cfg_route_recovery", tool_cfg_route_recovery},
+    {"tool_cfg_roce_port_recovery", tool_cfg_roce_port_recovery},
+};
+
+} // namespace
+
+const std::span<const ReplayItem> g_replay_items = kReplayItems;
