@@ -4,6 +4,9 @@
 // Every operation takes the logical id (0..15) first and returns 0, the channel's negative code
 // when the exchange failed, or the firmware's non-zero result when the firmware refused; -13
 // also prints "permission denied: pls check this cmd run permission.\n" on standard error.
+// A get whose reply is a record of fixed size returns -22 when the reply does not fill it, and
+// then prints nothing; replies whose length the device chooses (texts, tables, dumps, the
+// caller-sized reads) are taken as they come.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +27,8 @@
 [[nodiscard]] int kopa_get_default_gateway_address(uint32_t logic_id, uint32_t *gateway,
                                                    uint32_t *port);
 
-/// Prints the LLDP neighbour text with "%s\n".
+/// Prints the LLDP neighbour text with "%s\n", control characters escaped (print_escaped). A
+/// reply without a byte carries no text: -22, nothing printed.
 [[nodiscard]] int kopa_lldp_get_neighbor_info(uint32_t logic_id);
 
 [[nodiscard]] int kopa_get_mac_address(uint32_t logic_id, uint32_t port_id, uint8_t mac[6]);
@@ -60,8 +64,8 @@
                                                        kopa_envelope_pub_key *key);
 /// Sends the TLS configuration record of TLS_CFG_SIZE bytes.
 [[nodiscard]] int kopa_set_tls_cfg(uint32_t logic_id, const uint8_t *blob);
-[[nodiscard]] int kopa_get_tls_cfg(uint32_t logic_id, uint32_t port_id,
-                                   kopa_tls_cert_info *records, uint32_t count);
+[[nodiscard]] int kopa_get_tls_cfg(uint32_t logic_id, uint32_t port_id, kopa_tls_cert_info *records,
+                                   uint32_t count);
 [[nodiscard]] int kopa_clear_tls_cfg(uint32_t logic_id, uint32_t port_id);
 [[nodiscard]] int kopa_set_tls_enable(uint32_t logic_id, uint32_t value);
 [[nodiscard]] int kopa_set_tls_alarm(uint32_t logic_id, uint32_t days);
@@ -87,11 +91,9 @@
 // Gratuitous ARP, generic settings and optical adaptation (caller-given request records).
 [[nodiscard]] int kopa_get_gratuitous_arp_info(uint32_t logic_id, uint32_t port_id,
                                                kopa_garp_info *info);
-[[nodiscard]] int kopa_set_gratuitous_arp_info(uint32_t logic_id, const void *data,
-                                               uint32_t len);
+[[nodiscard]] int kopa_set_gratuitous_arp_info(uint32_t logic_id, const void *data, uint32_t len);
 [[nodiscard]] int kopa_set_generic_info(uint32_t logic_id, const void *data, uint32_t len);
-[[nodiscard]] int kopa_set_optical_auto_adapt(uint32_t logic_id, const void *data,
-                                              uint32_t len);
+[[nodiscard]] int kopa_set_optical_auto_adapt(uint32_t logic_id, const void *data, uint32_t len);
 
 // Port statistics and state. Fixed-size replies are opaque blocks of the sizes in
 // platform/kopa_platform.h; `len` is the caller's buffer size.
@@ -106,8 +108,7 @@
 [[nodiscard]] int kopa_get_fec_info(uint32_t logic_id, uint32_t *fec);
 [[nodiscard]] int kopa_set_fec_info(uint32_t logic_id, uint8_t mode);
 /// Runs the port self-test of `type` and answers its report.
-[[nodiscard]] int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf,
-                                         uint32_t len);
+[[nodiscard]] int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf, uint32_t len);
 
 // Device, PCIe and register dumps.
 [[nodiscard]] int kopa_get_pci_info(uint32_t logic_id, void *buf, uint32_t len);
@@ -152,14 +153,13 @@
 
 /// The caller's command for kopa_send_data.
 struct kopa_send_request {
-    uint32_t opcode;      ///< firmware operation code
-    const void *inbuf;    ///< request payload, or null
-    uint32_t size_in;     ///< payload length
-    void *outbuf;         ///< reply buffer, or null
-    uint32_t size_out;    ///< capacity of outbuf
-    const char *cmdline;  ///< the command line, for the debug trace; may be null
+    uint32_t opcode;     ///< firmware operation code
+    const void *inbuf;   ///< request payload, or null
+    uint32_t size_in;    ///< payload length
+    void *outbuf;        ///< reply buffer, or null
+    uint32_t size_out;   ///< capacity of outbuf
+    const char *cmdline; ///< the command line, for the debug trace; may be null
 };
 
 /// Generic pass-through of a caller-built command on port `port_id` (0..7, else -22).
-[[nodiscard]] int kopa_send_data(uint32_t logic_id, uint32_t port_id,
-                                 kopa_send_request *request);
+[[nodiscard]] int kopa_send_data(uint32_t logic_id, uint32_t port_id, kopa_send_request *request);

@@ -8,10 +8,16 @@
 namespace
 {
 
-// A fixed-size reply read into the caller's record.
-int get_fixed(const char *name, uint32_t logic_id, uint32_t opcode, void *out, uint32_t len)
+// A reply record of a fixed size read into the caller's record; a shorter reply is -22.
+int get_record(const char *name, uint32_t logic_id, uint32_t opcode, void *out, uint32_t len)
 {
     return kopa_exchange(name, logic_id, opcode, nullptr, 0, out, len);
+}
+
+// A reply of the device's choosing (text, dump, table) read into the caller's `len` bytes.
+int get_sized(const char *name, uint32_t logic_id, uint32_t opcode, void *out, uint32_t len)
+{
+    return kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, out, len);
 }
 
 // A request without reply.
@@ -33,7 +39,7 @@ int kopa_get_dscp_map(uint32_t logic_id, kopa_dscp_map *map)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(map, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_dscp_map, map, sizeof(*map));
+    return get_record(__func__, logic_id, KOPA_OP_get_dscp_map, map, sizeof(*map));
 }
 
 int kopa_set_port_shaping(uint32_t logic_id, const kopa_shaping_set *shaping)
@@ -47,14 +53,14 @@ int kopa_get_port_shaping(uint32_t logic_id, kopa_shaping_info *shaping)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(shaping, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_port_shaping, shaping, sizeof(*shaping));
+    return get_record(__func__, logic_id, KOPA_OP_get_port_shaping, shaping, sizeof(*shaping));
 }
 
 int kopa_get_pfc_enabled(uint32_t logic_id, kopa_pfc_info *pfc)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(pfc, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_pfc_enabled, pfc, sizeof(*pfc));
+    return get_record(__func__, logic_id, KOPA_OP_get_pfc_enabled, pfc, sizeof(*pfc));
 }
 
 int kopa_set_pfc_enabled(uint32_t logic_id, const void *data, uint32_t len)
@@ -68,7 +74,7 @@ int kopa_get_tc_cfg(uint32_t logic_id, kopa_tc_cfg_info *cfg)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(cfg, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_tc_cfg, cfg, sizeof(*cfg));
+    return get_record(__func__, logic_id, KOPA_OP_get_tc_cfg, cfg, sizeof(*cfg));
 }
 
 int kopa_set_tc_cfg(uint32_t logic_id, const kopa_tc_cfg_set *cfg)
@@ -90,7 +96,7 @@ int kopa_get_prio_tc_info(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_prio_tc_info, buf, len);
+    return get_sized(__func__, logic_id, KOPA_OP_get_prio_tc_info, buf, len);
 }
 
 int kopa_set_prio_tc_info(uint32_t logic_id, const void *data, uint32_t len)
@@ -133,14 +139,14 @@ int kopa_get_optical_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_optical_info, info, KOPA_OPTICAL_INFO_SIZE);
+    return get_record(__func__, logic_id, KOPA_OP_get_optical_info, info, KOPA_OPTICAL_INFO_SIZE);
 }
 
 int kopa_get_netdev_stat(uint32_t logic_id, void *stat)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(stat, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_netdev_stat, stat, KOPA_NETDEV_STAT_SIZE);
+    return get_record(__func__, logic_id, KOPA_OP_get_netdev_stat, stat, KOPA_NETDEV_STAT_SIZE);
 }
 
 int kopa_clear_netdev_stat(uint32_t logic_id)
@@ -154,15 +160,15 @@ int kopa_get_netdev_status(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_netdev_status, nullptr, 0, buf, len,
-                         static_cast<uint32_t>(getpid()));
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_netdev_status, nullptr, 0, buf,
+                                  len, static_cast<uint32_t>(getpid()));
 }
 
 int kopa_get_link_his_stat(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_link_his_stat, buf, len);
+    return get_sized(__func__, logic_id, KOPA_OP_get_link_his_stat, buf, len);
 }
 
 int kopa_clear_link_his_stat(uint32_t logic_id)
@@ -176,14 +182,14 @@ int kopa_get_eth_speed(uint32_t logic_id, uint32_t *speed)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(speed, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_eth_speed, speed, sizeof(*speed));
+    return get_record(__func__, logic_id, KOPA_OP_get_eth_speed, speed, sizeof(*speed));
 }
 
 int kopa_get_fec_info(uint32_t logic_id, uint32_t *fec)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(fec, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_fec_info, fec, sizeof(*fec));
+    return get_record(__func__, logic_id, KOPA_OP_get_fec_info, fec, sizeof(*fec));
 }
 
 int kopa_set_fec_info(uint32_t logic_id, uint8_t mode)
@@ -198,66 +204,66 @@ int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf, uint32_t 
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_eth_test_info, &type, sizeof(type), buf,
-                         len);
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_eth_test_info, &type,
+                                  sizeof(type), buf, len);
 }
 
 int kopa_get_pci_info(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_pci_info, buf, len);
+    return get_sized(__func__, logic_id, KOPA_OP_get_pci_info, buf, len);
 }
 
 int kopa_get_device_process(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_device_process, buf, len);
+    return get_sized(__func__, logic_id, KOPA_OP_get_device_process, buf, len);
 }
 
 int kopa_get_eth_reg_info(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_eth_reg_info, buf, len);
+    return get_sized(__func__, logic_id, KOPA_OP_get_eth_reg_info, buf, len);
 }
 
 int kopa_get_network_register(uint32_t logic_id, uint32_t reg, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_network_register, &reg, sizeof(reg), buf,
-                         len);
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_network_register, &reg,
+                                  sizeof(reg), buf, len);
 }
 
 int kopa_get_ssu_reg(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_ssu_reg, buf, len);
+    return get_sized(__func__, logic_id, KOPA_OP_get_ssu_reg, buf, len);
 }
 
 int kopa_get_roce_context(uint32_t logic_id, const void *query, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_context, query, 8, buf, len);
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_roce_context, query, 8, buf, len);
 }
 
 int kopa_get_roce_dfx_len(uint32_t logic_id, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_roce_dfx_len, buf, len);
+    return get_sized(__func__, logic_id, KOPA_OP_get_roce_dfx_len, buf, len);
 }
 
 int kopa_get_roce_dfx_data(uint32_t logic_id, uint32_t index, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_dfx_data, &index, sizeof(index), buf,
-                         len);
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_roce_dfx_data, &index,
+                                  sizeof(index), buf, len);
 }
 
 int kopa_get_roce_perftest_status(uint32_t logic_id, const void *req, uint32_t req_len,
@@ -275,8 +281,8 @@ int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req, uint32_t r
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_report, req, req_len, buf,
-                         len);
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_roce_perftest_report, req,
+                                  req_len, buf, len);
 }
 
 int kopa_stop_roce_perftest(uint32_t logic_id, const void *req, uint32_t req_len)
@@ -290,42 +296,42 @@ int kopa_reset_roce_perftest(uint32_t logic_id, void *buf)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_reset_roce_perftest, buf, 2000);
+    return get_sized(__func__, logic_id, KOPA_OP_reset_roce_perftest, buf, 2000);
 }
 
 int kopa_ping_fun(uint32_t logic_id, const void *req, uint32_t req_len, void *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_ping_fun, req, req_len, buf, len);
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_ping_fun, req, req_len, buf, len);
 }
 
 int kopa_get_serdes_ctle_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_serdes_ctle_info, info, 230);
+    return get_record(__func__, logic_id, KOPA_OP_get_serdes_ctle_info, info, 230);
 }
 
 int kopa_get_serdes_dfe_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_serdes_dfe_info, info, 160);
+    return get_record(__func__, logic_id, KOPA_OP_get_serdes_dfe_info, info, 160);
 }
 
 int kopa_get_serdes_ffe_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_serdes_ffe_info, info, 50);
+    return get_record(__func__, logic_id, KOPA_OP_get_serdes_ffe_info, info, 50);
 }
 
 int kopa_get_pcs_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_get_pcs_info, info, 904);
+    return get_record(__func__, logic_id, KOPA_OP_get_pcs_info, info, 904);
 }
 
 int kopa_get_adapt_status_info(uint32_t logic_id, uint32_t lane, void *info)
@@ -347,7 +353,7 @@ int kopa_query_mac_lane_cdr_info(uint32_t logic_id, void *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_fixed(__func__, logic_id, KOPA_OP_query_mac_lane_cdr_info, info, 120);
+    return get_record(__func__, logic_id, KOPA_OP_query_mac_lane_cdr_info, info, 120);
 }
 
 int kopa_get_cdr_reg_info(uint32_t logic_id, const void *req, void *out)

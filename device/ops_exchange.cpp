@@ -40,12 +40,16 @@ void kopa_report_permission()
     DRV_ERR("permission denied: pls check this cmd run permission.");
 }
 
-int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode, const void *in,
-                  uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid)
+int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode, const void *in,
+                           uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid,
+                           uint32_t *received)
 {
     uint32_t size_out = out_len;
     network_channel_para para{opcode, in, in_len, out, &size_out, -1, client_pid};
     int ret = kopa_network_transmission_channel(logic_id, &para);
+    // The channel adds every piece it receives to the size word instead of resetting it.
+    if (received != nullptr)
+        *received = size_out - out_len;
     if (ret != 0) {
         DRV_ERR("%s fail ret[%d] logic_id[%d]", name, ret, static_cast<int>(logic_id));
         return ret;
@@ -55,6 +59,21 @@ int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode, const vo
     else if (para.result != 0)
         DRV_ERR("%s error result[%d]", name, para.result);
     return para.result;
+}
+
+int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode, const void *in,
+                  uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid)
+{
+    uint32_t received = 0;
+    int ret = kopa_exchange_variable(name, logic_id, opcode, in, in_len, out, out_len, client_pid,
+                                     &received);
+    if (ret != 0 || out_len == 0 || received == out_len)
+        return ret;
+    // Fewer bytes leave part of the record unsent. More are counted only when the channel
+    // passed over a first piece longer than a packet without copying it.
+    DRV_ERR("%s reply carries %u bytes, expected %u, logic_id[%d]", name, received, out_len,
+            static_cast<int>(logic_id));
+    return kErrnoInval;
 }
 
 int kopa_send_data(uint32_t logic_id, uint32_t port_id, kopa_send_request *request)

@@ -18,15 +18,26 @@
 #define KOPA_LOGIC_ID_OK(logic_id) kopa_logic_id_ok((logic_id), __func__, __LINE__)
 #define KOPA_ARG_OK(ptr, logic_id) kopa_arg_ok((ptr), #ptr, (logic_id), __func__, __LINE__)
 
-
 /// Prints the permission line on standard error and logs it (firmware result -13).
 void kopa_report_permission();
 
 /// Sends `opcode` with `in_len` bytes of `in` (null when 0) to device `logic_id` and collects
-/// at most `out_len` bytes into `out` (null when 0). `name` is the operation's name for the log
-/// lines "<name> fail ret[%d] logic_id[%d]" and "<name> error result[%d]". Returns 0, the
-/// channel's negative code, or the firmware's non-zero result (-13 also prints the permission
-/// line).
+/// its reply, a record of exactly `out_len` bytes, into `out` (null when 0). `name` is the
+/// operation's name for the log lines "<name> fail ret[%d] logic_id[%d]" and "<name> error
+/// result[%d]". Returns 0, the channel's negative code, or the firmware's non-zero result (-13
+/// also prints the permission line). An accepted command whose reply does not fill the record
+/// is a device failure: logged as "<name> reply carries %u bytes, expected %u, logic_id[%d]"
+/// and returned as -22, so that no caller takes unsent bytes for the device's answer. A command
+/// without reply (`out_len` 0) has nothing to check.
 [[nodiscard]] int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode,
                                 const void *in, uint32_t in_len, void *out, uint32_t out_len,
                                 uint32_t client_pid = 0);
+
+/// As kopa_exchange for a reply whose length the device chooses (texts, tables, dumps, a
+/// number of records): whatever arrives within the `out_len` bytes of `out` is taken, an
+/// empty reply included. When `received` is given it gets the number of bytes the channel
+/// counted for the reply.
+[[nodiscard]] int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode,
+                                         const void *in, uint32_t in_len, void *out,
+                                         uint32_t out_len, uint32_t client_pid = 0,
+                                         uint32_t *received = nullptr);

@@ -5,8 +5,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/escape.hpp"
 #include "device/ops.hpp"
 #include "device/ops_exchange.hpp"
+#include "log/driver_log.hpp"
 
 namespace
 {
@@ -71,13 +73,24 @@ int kopa_lldp_get_neighbor_info(uint32_t logic_id)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kErrnoInval;
+    constexpr uint32_t kCapacity = 2000;
     // One spare byte keeps the text terminated whatever the firmware sends.
-    char text[2000 + 1] = {};
-    int ret =
-        kopa_exchange(__func__, logic_id, KOPA_OP_lldp_get_neighbor_info, nullptr, 0, text, 2000);
-    if (ret == 0)
-        printf("%s\n", text);
-    return ret;
+    char text[kCapacity + 1] = {};
+    uint32_t received = 0;
+    int ret = kopa_exchange_variable(__func__, logic_id, KOPA_OP_lldp_get_neighbor_info, nullptr, 0,
+                                     text, kCapacity, 0, &received);
+    if (ret != 0)
+        return ret;
+    // The text comes with its terminator, so an answer without a byte carries no text; a count
+    // above the capacity is a piece the channel passed over without copying.
+    if (received == 0 || received > kCapacity) {
+        DRV_ERR("%s reply carries %u bytes, expected 1 to %u, logic_id[%d]", __func__, received,
+                kCapacity, static_cast<int>(logic_id));
+        return kErrnoInval;
+    }
+    print_escaped(stdout, text, strnlen(text, received));
+    putchar('\n');
+    return 0;
 }
 
 int kopa_get_mac_address(uint32_t logic_id, uint32_t /*port_id*/, uint8_t mac[6])
@@ -138,8 +151,8 @@ int kopa_get_route_table(uint32_t logic_id, uint32_t /*port_id*/, char *buf, uin
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_route_table, nullptr, 0, buf, len,
-                         static_cast<uint32_t>(getpid()));
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_route_table, nullptr, 0, buf, len,
+                                  static_cast<uint32_t>(getpid()));
 }
 
 int kopa_add_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_route_record *route)
@@ -147,8 +160,8 @@ int kopa_add_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_rou
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(route, logic_id))
         return kErrnoInval;
     uint32_t reply = 0;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_add_route_table, route, sizeof(*route), &reply,
-                         size_of(reply));
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_add_route_table, route,
+                                  sizeof(*route), &reply, size_of(reply));
 }
 
 int kopa_del_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_route_record *route)
@@ -156,8 +169,8 @@ int kopa_del_route_table(uint32_t logic_id, uint32_t /*port_id*/, const kopa_rou
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(route, logic_id))
         return kErrnoInval;
     uint32_t reply = 0;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_del_route_table, route, sizeof(*route), &reply,
-                         size_of(reply));
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_del_route_table, route,
+                                  sizeof(*route), &reply, size_of(reply));
 }
 
 int kopa_set_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t udp_port)
@@ -216,7 +229,8 @@ int kopa_get_firmware_version(uint32_t logic_id, char *buf, uint32_t len)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_firmware_version, nullptr, 0, buf, len);
+    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_firmware_version, nullptr, 0, buf,
+                                  len);
 }
 
 int kopa_get_eth_duplex(uint32_t logic_id, uint32_t *duplex)

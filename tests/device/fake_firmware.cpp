@@ -2,6 +2,7 @@
 // precedence over the emulator libraries for calls from the tool's code.
 #include "tests/device/fake_firmware.hpp"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -17,6 +18,27 @@ void FakeFirmware::reset()
     answer = nullptr;
     requests.clear();
     log.clear();
+}
+
+void FakeFirmware::reply_short_by(uint32_t missing, uint8_t fill)
+{
+    answer = [missing, fill, left = uint32_t{0}](const ds_req &req, ds_rsp &rsp,
+                                                 unsigned int &) mutable {
+        if (req.direction == KOPA_DIR_SEND) {
+            // Packets before the last of a long request are only acknowledged.
+            if (req.frag == KOPA_FRAG_FIRST || req.frag == KOPA_FRAG_MIDDLE)
+                return 0;
+            left = req.size_out > missing ? req.size_out - missing : 0;
+            if (left <= KOPA_PKT_PAYLOAD) {
+                rsp = fake_piece(0, KOPA_FRAG_WHOLE, left, fill);
+                return 0;
+            }
+        }
+        const uint32_t len = std::min(left, KOPA_PKT_PAYLOAD);
+        left -= len;
+        rsp = fake_piece(0, left == 0 ? KOPA_FRAG_LAST : KOPA_FRAG_MIDDLE, len, fill);
+        return 0;
+    };
 }
 
 bool FakeFirmware::logged(const std::string &fragment) const

@@ -17,6 +17,10 @@ struct FakeFirmware {
 
     /// Resets script, requests and log.
     void reset();
+    /// Scripts the answer of a firmware that accepts every command and replies with its
+    /// capacity less `missing` bytes of `fill`, cut as the firmware cuts a reply: one piece
+    /// with frag 0 up to 2000 bytes, else pieces of 2000 with frag 2 and a last with frag 3.
+    void reply_short_by(uint32_t missing, uint8_t fill = 0x5A);
     bool logged(const std::string &fragment) const;
 };
 

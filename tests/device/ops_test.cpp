@@ -1,12 +1,14 @@
-// The operation catalogue: opcode and sizes of every operation, argument rejection, and the
-// answers the port reads print.
+// The operation catalogue: opcode and sizes of every operation, argument rejection, the
+// length rules of replies, and the answers the port reads print.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
+#include <vector>
 
 #include "device/ops.hpp"
 #include "tests/device/fake_firmware.hpp"
@@ -126,11 +128,46 @@ const Call kCalls[] = {
 };
 // clang-format on
 
+// The two answers of 2000 bytes that are texts of the device's length, not records.
+const std::set<std::string> kTextReplies = {"lldp_get_neighbor_info", "reset_roce_perftest"};
+
+const Call &call_of(const std::string &name)
+{
+    for (const Call &call : kCalls)
+        if (name == call.name)
+            return call;
+    ADD_FAILURE() << "no call for " << name;
+    return kCalls[0];
+}
+
+// The catalogue rows whose reply is a record of the given size, or of the device's length.
+std::vector<std::pair<std::string, uint32_t>> gets(bool fixed)
+{
+    std::vector<std::pair<std::string, uint32_t>> out;
+    for (const auto &[name, wire] : catalogue()) {
+        if (wire.size_out == 0)
+            continue;
+        const bool is_fixed = wire.size_out != KOPA_SIZE_CALLER && kTextReplies.count(name) == 0;
+        if (is_fixed == fixed)
+            out.emplace_back(name, wire.size_out);
+    }
+    return out;
+}
+
 class OpsTest : public ::testing::Test
 {
   protected:
     void SetUp() override { fake_firmware().reset(); }
     FakeFirmware &fw() { return fake_firmware(); }
+
+    // Runs `call` on device 5 and returns its code; `out` gets what it printed.
+    int run_captured(const Call &call, std::string *out)
+    {
+        ::testing::internal::CaptureStdout();
+        int ret = call.run(5);
+        *out = ::testing::internal::GetCapturedStdout();
+        return ret;
+    }
 };
 
 TEST_F(OpsTest, EveryOperationSendsItsOpcodeAndSizes)
@@ -142,6 +179,7 @@ TEST_F(OpsTest, EveryOperationSendsItsOpcodeAndSizes)
         ASSERT_NE(it, catalogue().end());
         const Wire &want = it->second;
         fw().reset();
+        fw().reply_short_by(0);
         ::testing::internal::CaptureStdout();
         EXPECT_EQ(call.run(5), 0);
         (void)::testing::internal::GetCapturedStdout();
@@ -202,6 +240,104 @@ TEST_F(OpsTest, PortReadsPrintTheirAnswer)
     EXPECT_EQ(kopa_lldp_get_neighbor_info(0), 0);
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
               "mtu:9000\nudp_port:4791\n" + std::string(2000, 'n') + "\n");
+}
+
+TEST_F(OpsTest, FixedSizeGetsRefuseAnEmptyOrShortReplyAndPrintNothing)
+{
+    const auto fixed = gets(true);
+    ASSERT_FALSE(fixed.empty());
+    for (const auto &[name, size] : fixed) {
+        SCOPED_TRACE(name);
+        const Call &call = call_of(name);
+        struct Case {
+            const char *what;
+            uint32_t missing; // bytes short of the record; the record's size is an empty reply
+        };
+        for (const Case &c : {Case{"empty", size}, Case{"one byte short", 1}}) {
+            SCOPED_TRACE(c.what);
+            fw().reset();
+            if (c.missing < size)
+                fw().reply_short_by(c.missing); // else the default: result 0, no data
+            std::string out;
+            EXPECT_EQ(run_captured(call, &out), -22);
+            EXPECT_EQ(out, "");
+            EXPECT_TRUE(fw().logged("kopa_" + name + " reply carries " +
+                                    std::to_string(size - c.missing) + " bytes, expected " +
+                                    std::to_string(size)));
+        }
+        fw().reset();
+        fw().reply_short_by(0);
+        std::string out;
+        EXPECT_EQ(run_captured(call, &out), 0) << "whole reply";
+    }
+}
+
+TEST_F(OpsTest, RepliesOfTheDevicesLengthAreTakenShortOrEmpty)
+{
+    const auto sized = gets(false);
+    ASSERT_FALSE(sized.empty());
+    for (const auto &[name, size] : sized) {
+        SCOPED_TRACE(name);
+        const Call &call = call_of(name);
+        std::string out;
+        fw().reset();
+        fw().reply_short_by(7);
+        EXPECT_EQ(run_captured(call, &out), 0) << "short";
+        fw().reset();
+        // A text without even its terminator is no text; every other reply may be empty.
+        EXPECT_EQ(run_captured(call, &out), name == "lldp_get_neighbor_info" ? -22 : 0) << "empty";
+    }
+}
+
+TEST_F(OpsTest, CommandsWithoutReplyIgnoreBytesTheyDidNotAskFor)
+{
+    for (const auto &[name, wire] : catalogue()) {
+        if (wire.size_out != 0)
+            continue;
+        SCOPED_TRACE(name);
+        fw().reset();
+        fw().answer = [](const ds_req &, ds_rsp &rsp, unsigned &) {
+            rsp = fake_piece(0, KOPA_FRAG_WHOLE, 4, 0x11);
+            return 0;
+        };
+        std::string out;
+        EXPECT_EQ(run_captured(call_of(name), &out), 0);
+    }
+}
+
+TEST_F(OpsTest, PrintingReadsRefuseAPieceTheChannelDidNotCopy)
+{
+    // A first piece longer than a packet is passed over by the channel yet counted.
+    fw().answer = [](const ds_req &, ds_rsp &rsp, unsigned &) {
+        rsp = fake_piece(0, KOPA_FRAG_WHOLE, 0);
+        rsp.data_len = KOPA_PKT_PAYLOAD + 1;
+        return 0;
+    };
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(kopa_get_mtu(0, 0), -22);
+    EXPECT_EQ(kopa_get_roce_port(0, 0), -22);
+    EXPECT_EQ(kopa_lldp_get_neighbor_info(0), -22);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    EXPECT_TRUE(fw().logged("kopa_get_mtu reply carries 2001 bytes, expected 5"));
+    EXPECT_TRUE(
+        fw().logged("kopa_lldp_get_neighbor_info reply carries 2001 bytes, expected 1 to 2000"));
+}
+
+TEST_F(OpsTest, LldpTextIsPrintedWithControlCharactersEscaped)
+{
+    // A title change, a colour, a carriage return over the line and a backspace; after the
+    // terminator a screen clear that must not be printed at all.
+    static const char kText[] = "Chassis \x1b]0;owned\x07id\tport\\1\r\b\x7f caf\xc3\xa9\n"
+                                "TTL 120\0\x1b[2J";
+    fw().answer = [](const ds_req &, ds_rsp &rsp, unsigned &) {
+        rsp = fake_piece(0, KOPA_FRAG_WHOLE, sizeof(kText));
+        memcpy(rsp.info, kText, sizeof(kText));
+        return 0;
+    };
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(kopa_lldp_get_neighbor_info(0), 0);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "Chassis \\x1b]0;owned\\x07id\tport\\1\\x0d\\x08\\x7f caf\xc3\xa9\nTTL 120\n");
 }
 
 } // namespace
