@@ -5,7 +5,9 @@
 
 #include <cstdint>
 
+#include "base/result.hpp"
 #include "base/text.hpp"
+#include "log/driver_log.hpp"
 
 /// Where a shared step was called from.
 struct CallSite {
@@ -49,3 +51,15 @@ struct CallSite {
 /// store's code (0 when saved).
 [[nodiscard]] int32_t cmd_save_item(const CallSite &where, uint32_t phy_id, const char *item,
                                     const char *value, const char *user_text);
+
+/// A set whose exchange broke (the channel or the reply failed, kErrnoInval) may have reached
+/// the device before its reply was lost. `held()` reads the item back and says whether the device
+/// holds the requested value: then the set took effect, and device and saved file must agree on
+/// it. A firmware refusal is never read back.
+template <typename Held> [[nodiscard]] bool cmd_set_took_effect(int dev_ret, Held &&held)
+{
+    if (dev_ret != kErrnoInval || !held())
+        return false;
+    DRV_WARN("the reply of the set broke, but the device holds the requested value");
+    return true;
+}

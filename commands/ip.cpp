@@ -88,7 +88,11 @@ struct IpText {
     }
     kopa_ip_record rec{addr, mask};
     int ret = kopa_set_device_ip_address(logic_id, KOPA_PORT_TYPE_ROCE, 0, &rec);
-    if (ret != 0) {
+    if (ret != 0 && !cmd_set_took_effect(ret, [&] {
+            kopa_ip_record held{};
+            return kopa_get_device_ip_address(logic_id, KOPA_PORT_TYPE_ROCE, 0, &held) == 0 &&
+                   held.address == rec.address && held.netmask == rec.netmask;
+        })) {
         DRV_ERR("kopa set ip fail! ret[%d] logic_id[%u] address_ip[0x%x] netmask_ip[0x%x]", ret,
                 logic_id, addr, mask);
         return kopa_err_to_vorn_err(ret);

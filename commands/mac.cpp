@@ -179,7 +179,11 @@ int32_t tool_set_mac(DevRef dev, const char *text, SetMode mode)
         return kErrMacInvalid;
     }
     int ret = kopa_set_mac_address(dev.logic_id, kNetPort, mac);
-    if (ret != 0) {
+    if (ret != 0 && !cmd_set_took_effect(ret, [&] {
+            uint8_t held[kMacLen] = {};
+            return kopa_get_mac_address(dev.logic_id, kNetPort, held) == 0 &&
+                   memcmp(held, mac, kMacLen) == 0;
+        })) {
         DRV_ERR("KOPA set mac addr fail. (ret=%d; logic_id=%u)", ret, dev.logic_id);
         return kopa_err_to_vorn_err(ret);
     }

@@ -157,7 +157,10 @@ int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
         return kErrRangeMtu;
     }
     int dev_ret = kopa_set_mtu(dev.logic_id, kNetPort, mtu);
-    if (dev_ret != 0) {
+    if (dev_ret != 0 && !cmd_set_took_effect(dev_ret, [&] {
+            uint32_t held = 0;
+            return kopa_read_mtu(dev.logic_id, kNetPort, &held) == 0 && held == mtu;
+        })) {
         DRV_ERR("kopa set mtu fail ret[%d] logic_id[%u] mtu[%u]", dev_ret, dev.logic_id, mtu);
         return kErrKopa;
     }

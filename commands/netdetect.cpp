@@ -37,7 +37,10 @@ constexpr const char *kNetdetectItem = "netdetect";
         return kErrReported;
     }
     int kret = kopa_set_net_detect_ip_address(dev.logic_id, address);
-    if (kret != 0) {
+    if (kret != 0 && !cmd_set_took_effect(kret, [&] {
+            uint32_t held = 0;
+            return kopa_get_net_detect_ip_address(dev.logic_id, 0, &held) == 0 && held == address;
+        })) {
         DRV_ERR("kopa set net detect fail! ret[%d] logic_id[%u] ip[0x%x]", kret, dev.logic_id,
                 address);
         return kopa_err_to_vorn_err(kret);

@@ -86,7 +86,10 @@ int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode /*mode*/)
     }
     uint32_t port = static_cast<uint32_t>(atoi(text));
     int ret = kopa_set_roce_port(dev.logic_id, kNetPort, port);
-    if (ret != 0) {
+    if (ret != 0 && !cmd_set_took_effect(ret, [&] {
+            uint32_t held = 0;
+            return kopa_read_roce_port(dev.logic_id, kNetPort, &held) == 0 && held == port;
+        })) {
         DRV_ERR("kopa set roce_port fail ret[%d] logic_id[%u] roce_port[%u]", ret, dev.logic_id,
                 port);
         return kErrKopa;

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "main/cmd.hpp"
+#include "base/escape.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -260,9 +261,9 @@ int32_t tool_get_route_table(int /*argc*/, char ** /*argv*/, cmd_parse_info *inf
         DRV_ERR("kopa get route fail logic_id[%u] port[%d] ret[%d]", logic_id, 0, ret);
         return kopa_err_to_vorn_err(ret);
     }
-    buf.get()[kRouteTableSize - 1] = '\0';
     printf("Routing table:\n");
-    fputs(buf.get(), stdout);
+    // The firmware's text, as it stands but for control bytes, which are shown escaped.
+    print_escaped(stdout, buf.get(), strnlen(buf.get(), kRouteTableSize));
     return kOk;
 }
 

@@ -40,6 +40,8 @@
 [[nodiscard]] int kopa_set_mtu(uint32_t logic_id, uint32_t port_id, uint32_t mtu);
 /// Prints "mtu:%u\n".
 [[nodiscard]] int kopa_get_mtu(uint32_t logic_id, uint32_t port_id);
+/// The same read without printing.
+[[nodiscard]] int kopa_read_mtu(uint32_t logic_id, uint32_t port_id, uint32_t *mtu);
 
 // Route table. The add and delete pass a 4-byte reply buffer; the read carries the tool's pid.
 [[nodiscard]] int kopa_get_route_table(uint32_t logic_id, uint32_t port_id, char *buf,
@@ -52,6 +54,8 @@
 [[nodiscard]] int kopa_set_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t udp_port);
 /// Prints "udp_port:%d\n".
 [[nodiscard]] int kopa_get_roce_port(uint32_t logic_id, uint32_t port_id);
+/// The same read without printing.
+[[nodiscard]] int kopa_read_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t *udp_port);
 
 // Recovery status kept on the device: 0 none, 1 start, 2 fail, 3 success.
 [[nodiscard]] int kopa_set_cfg_status(uint32_t logic_id, uint32_t status);

@@ -134,17 +134,36 @@ int kopa_set_mtu(uint32_t logic_id, uint32_t port_id, uint32_t mtu)
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_mtu, &rec, size_of(rec), nullptr, 0);
 }
 
+namespace
+{
+
+int read_mtu(const char *name, uint32_t logic_id, uint32_t *mtu)
+{
+    kopa_mtu_record rec{};
+    int ret = kopa_exchange(name, logic_id, KOPA_OP_get_mtu, nullptr, 0, &rec, size_of(rec));
+    if (ret == 0)
+        *mtu = rec.mtu;
+    return ret;
+}
+
+} // namespace
+
 int kopa_get_mtu(uint32_t logic_id, uint32_t /*port_id*/)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kErrnoInval;
-    kopa_mtu_record rec{};
-    int ret = kopa_exchange(__func__, logic_id, KOPA_OP_get_mtu, nullptr, 0, &rec, size_of(rec));
-    if (ret == 0) {
-        uint32_t mtu = rec.mtu;
+    uint32_t mtu = 0;
+    int ret = read_mtu(__func__, logic_id, &mtu);
+    if (ret == 0)
         printf("mtu:%u\n", mtu);
-    }
     return ret;
+}
+
+int kopa_read_mtu(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *mtu)
+{
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(mtu, logic_id))
+        return kErrnoInval;
+    return read_mtu(__func__, logic_id, mtu);
 }
 
 int kopa_get_route_table(uint32_t logic_id, uint32_t /*port_id*/, char *buf, uint32_t len)
@@ -181,18 +200,36 @@ int kopa_set_roce_port(uint32_t logic_id, uint32_t port_id, uint32_t udp_port)
     return kopa_exchange(__func__, logic_id, KOPA_OP_set_roce_port, &rec, size_of(rec), nullptr, 0);
 }
 
+namespace
+{
+
+int read_roce_port(const char *name, uint32_t logic_id, uint32_t *udp_port)
+{
+    kopa_roce_port_record rec{};
+    int ret = kopa_exchange(name, logic_id, KOPA_OP_get_roce_port, nullptr, 0, &rec, size_of(rec));
+    if (ret == 0)
+        *udp_port = rec.udp_port;
+    return ret;
+}
+
+} // namespace
+
 int kopa_get_roce_port(uint32_t logic_id, uint32_t /*port_id*/)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id))
         return kErrnoInval;
-    kopa_roce_port_record rec{};
-    int ret =
-        kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_port, nullptr, 0, &rec, size_of(rec));
-    if (ret == 0) {
-        uint32_t udp_port = rec.udp_port;
+    uint32_t udp_port = 0;
+    int ret = read_roce_port(__func__, logic_id, &udp_port);
+    if (ret == 0)
         printf("udp_port:%d\n", static_cast<int>(udp_port));
-    }
     return ret;
+}
+
+int kopa_read_roce_port(uint32_t logic_id, uint32_t /*port_id*/, uint32_t *udp_port)
+{
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(udp_port, logic_id))
+        return kErrnoInval;
+    return read_roce_port(__func__, logic_id, udp_port);
 }
 
 int kopa_set_cfg_status(uint32_t logic_id, uint32_t status)
