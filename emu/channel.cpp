@@ -29,11 +29,32 @@ struct Exchange {
     uint32_t last_frag = 0;       ///< frag of the piece handed out last
 };
 
-/// Exchanges in flight, keyed by (tgid, logical id) as the driver associates them.
-std::map<std::pair<uint32_t, uint32_t>, Exchange> &exchanges()
+/// A caller as the driver tells exchanges apart: (tgid, logical id).
+using Key = std::pair<uint32_t, uint32_t>;
+
+/// Exchanges in flight, per caller.
+std::map<Key, Exchange> &exchanges()
 {
-    static std::map<std::pair<uint32_t, uint32_t>, Exchange> map;
+    static std::map<Key, Exchange> map;
     return map;
+}
+
+/// Reply records handed to each caller since its current command began.
+std::map<Key, uint32_t> &replies_counted()
+{
+    static std::map<Key, uint32_t> map;
+    return map;
+}
+
+/// Position of the reply to `req` within its command, from 1: a first (or only) send packet
+/// begins a command; every further call, send or fetch, is the next record.
+uint32_t count_reply(Key key, const ds_req &req)
+{
+    uint32_t &n = replies_counted()[key];
+    const bool begins = req.direction == KOPA_DIR_SEND &&
+                        (req.frag == KOPA_FRAG_WHOLE || req.frag == KOPA_FRAG_FIRST);
+    n = begins ? 1 : n + 1;
+    return n;
 }
 
 void wipe(std::vector<uint8_t> &bytes)
@@ -43,7 +64,7 @@ void wipe(std::vector<uint8_t> &bytes)
     bytes.clear();
 }
 
-void forget(std::pair<uint32_t, uint32_t> key)
+void forget(Key key)
 {
     auto &map = exchanges();
     auto it = map.find(key);
@@ -99,7 +120,7 @@ bool run(Session &session, uint32_t logic_id, uint32_t client_pid, Exchange &ex,
 }
 
 /// A direction-1 request: the caller acknowledges the piece it holds and asks for the next.
-void fetch(const ds_req &req, std::pair<uint32_t, uint32_t> key, ds_rsp &rsp)
+void fetch(const ds_req &req, Key key, ds_rsp &rsp)
 {
     auto &map = exchanges();
     auto it = map.find(key);
@@ -114,49 +135,61 @@ void fetch(const ds_req &req, std::pair<uint32_t, uint32_t> key, ds_rsp &rsp)
         forget(key);
 }
 
-/// The first reply piece of a command, altered by the channel faults that match its opcode.
-uint32_t apply_reply_faults(Session &session, uint32_t opcode, ds_rsp &rsp)
+/// Overwrites the payload with pseudo-random bytes, never zero (so a text loses its
+/// terminator), the same ones for the same opcode and piece.
+void garble(ds_rsp &rsp, uint32_t opcode, uint32_t piece)
 {
-    if (auto frag = session.take_fault(FaultKind::kFrag, opcode))
+    uint32_t x = (opcode * 2654435761u) ^ (piece * 40503u) ^ 0x9E3779B9u;
+    if (x == 0)
+        x = 1; // the one seed xorshift cannot leave
+    const uint32_t len = std::min(rsp.data_len, KOPA_PKT_PAYLOAD);
+    for (uint32_t i = 0; i < len; ++i) {
+        x ^= x << 13;
+        x ^= x >> 17;
+        x ^= x << 5;
+        const auto b = static_cast<uint8_t>(x >> 24);
+        rsp.info[i] = b != 0 ? b : 0xFF;
+    }
+}
+
+/// Reshapes a reply the firmware built as the faults that hit it ask; returns *rsp_len.
+uint32_t reshape(const FaultHits &hits, Key key, uint32_t opcode, uint32_t piece, ds_rsp &rsp)
+{
+    if (const auto &result = hits[FaultKind::kResult]) {
+        forget(key); // a refusal ends the exchange, whatever the firmware had pending
+        refuse(rsp, static_cast<int32_t>(*result));
+    }
+    if (const auto &keep = hits[FaultKind::kShort]; keep && *keep < rsp.data_len) {
+        const auto n = static_cast<uint32_t>(*keep);
+        memset(rsp.info + n, 0, std::min(rsp.data_len, KOPA_PKT_PAYLOAD) - n);
+        rsp.data_len = n;
+    }
+    if (hits[FaultKind::kGarble])
+        garble(rsp, opcode, piece);
+    if (const auto &frag = hits[FaultKind::kFrag])
         rsp.frag = static_cast<uint32_t>(*frag);
-    if (auto len = session.take_fault(FaultKind::kDataLen, opcode))
+    if (const auto &len = hits[FaultKind::kDataLen])
         rsp.data_len = static_cast<uint32_t>(*len);
-    if (auto len = session.take_fault(FaultKind::kRspLen, opcode))
-        return static_cast<uint32_t>(*len);
-    return KOPA_RSP_SIZE;
+    const auto &len = hits[FaultKind::kRspLen];
+    return len ? static_cast<uint32_t>(*len) : KOPA_RSP_SIZE;
 }
 
-} // namespace
-
-void reset_channel()
+/// Answers one well-formed request packet of a present device into `rsp`; returns true when
+/// the command ran on it (the reply carries its answer).
+bool answer_packet(Session &session, uint32_t logic_id, const ds_req &req, ds_rsp &rsp)
 {
-    auto &map = exchanges();
-    while (!map.empty())
-        forget(map.begin()->first);
-}
-
-uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, ds_rsp &rsp)
-{
-    const std::pair<uint32_t, uint32_t> key{req.tgid, logic_id};
-    rsp = ds_rsp{};
+    const Key key{req.tgid, logic_id};
     if (req.direction == KOPA_DIR_FETCH) {
         fetch(req, key, rsp);
-        return KOPA_RSP_SIZE;
+        return false;
     }
     if (req.direction != KOPA_DIR_SEND || req.copy_size > KOPA_PKT_PAYLOAD) {
         forget(key);
         refuse(rsp, kInval);
-        return KOPA_RSP_SIZE;
+        return false;
     }
-
-    const bool first = req.frag == KOPA_FRAG_WHOLE || req.frag == KOPA_FRAG_FIRST;
-    if (first) {
+    if (req.frag == KOPA_FRAG_WHOLE || req.frag == KOPA_FRAG_FIRST)
         forget(key); // a new command abandons whatever this caller left unfinished
-        if (auto forced = session.take_fault(FaultKind::kResult, req.opcode)) {
-            refuse(rsp, static_cast<int32_t>(*forced));
-            return KOPA_RSP_SIZE;
-        }
-    }
 
     auto &map = exchanges();
     switch (req.frag) {
@@ -168,10 +201,9 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
         ex.size_in = req.size_in;
         ex.size_out = req.size_out;
         ex.request.assign(req.info, req.info + req.copy_size);
-        const bool more = run(session, logic_id, req.client_pid, ex, rsp);
-        if (!more)
+        if (!run(session, logic_id, req.client_pid, ex, rsp))
             forget(key);
-        return apply_reply_faults(session, req.opcode, rsp);
+        return true;
     }
     case KOPA_FRAG_FIRST: {
         if (req.size_in <= KOPA_PKT_PAYLOAD || req.size_in > kMaxRequest ||
@@ -185,7 +217,7 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
         ex.request.reserve(req.size_in);
         ex.request.assign(req.info, req.info + req.copy_size);
         rsp.result = 0; // intermediate packets are acknowledged without data
-        return KOPA_RSP_SIZE;
+        return false;
     }
     case KOPA_FRAG_MIDDLE:
     case KOPA_FRAG_LAST: {
@@ -207,19 +239,63 @@ uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, d
         ex.request.insert(ex.request.end(), req.info, req.info + req.copy_size);
         if (!last) {
             rsp.result = 0;
-            return KOPA_RSP_SIZE;
+            return false;
         }
-        const bool more = run(session, logic_id, req.client_pid, ex, rsp);
-        if (!more)
+        if (!run(session, logic_id, req.client_pid, ex, rsp))
             forget(key);
-        return apply_reply_faults(session, req.opcode, rsp);
+        return true;
     }
     default:
         break;
     }
     forget(key);
     refuse(rsp, kInval);
-    return KOPA_RSP_SIZE;
+    return false;
+}
+
+} // namespace
+
+void reset_channel()
+{
+    auto &map = exchanges();
+    while (!map.empty())
+        forget(map.begin()->first);
+    replies_counted().clear();
+}
+
+CallAnswer answer_call(Session &session, uint32_t logic_id, const ds_req &req, bool well_formed,
+                       ds_rsp &rsp)
+{
+    rsp = ds_rsp{};
+    const Key key{req.tgid, logic_id};
+    // A call the library turns away is no reply record of any command: piece 0.
+    const bool valid = well_formed && session.check_device(logic_id) == 0;
+    FaultSite site{kChannelCall, req.opcode, valid ? count_reply(key, req) : 0, false,
+                   FaultStage::kBefore};
+
+    const FaultHits before = session.take_faults(site);
+    if (const auto &ms = before[FaultKind::kDelay])
+        (void)session.sleep_unlocked(static_cast<uint32_t>(*ms));
+    if (const auto &ret = before[FaultKind::kFunction])
+        return {static_cast<int>(*ret), KOPA_RSP_SIZE, false};
+    if (!well_formed)
+        return {kInval, KOPA_RSP_SIZE, false};
+    if (int rc = session.check_device(logic_id); rc != 0)
+        return {rc, KOPA_RSP_SIZE, false};
+    if (const auto &result = before[FaultKind::kResult]) {
+        forget(key); // refused unseen: a long send stops here, nothing runs
+        refuse(rsp, static_cast<int32_t>(*result));
+        return {0, KOPA_RSP_SIZE, true};
+    }
+
+    site.answer = answer_packet(session, logic_id, req, rsp);
+    site.stage = FaultStage::kAfter;
+    const FaultHits after = session.take_faults(site);
+    const uint32_t rsp_len = reshape(after, key, req.opcode, site.piece, rsp);
+    if (const auto &ms = after[FaultKind::kDelay])
+        (void)session.sleep_unlocked(static_cast<uint32_t>(*ms));
+    const auto &ret = after[FaultKind::kFunction];
+    return {ret ? static_cast<int>(*ret) : 0, rsp_len, true};
 }
 
 } // namespace kopa_emu

@@ -8,13 +8,22 @@
 namespace kopa_emu
 {
 
-/// Answers one request packet of device `logic_id` into `rsp`: joins multi-packet requests,
-/// executes the command on its last packet and hands out the reply in pieces. Records are
-/// already checked for size; the device is present. Applies the channel faults and returns
-/// the value that *rsp_len must take (normally KOPA_RSP_SIZE).
-uint32_t answer_packet(Session &session, uint32_t logic_id, const ds_req &req, ds_rsp &rsp);
+/// What one call of kopa_cmd_get_network_device_info hands back.
+struct CallAnswer {
+    int ret;          ///< return value of the call
+    uint32_t rsp_len; ///< value *rsp_len takes (normally KOPA_RSP_SIZE)
+    bool replied;     ///< the reply record holds an answer to copy out
+};
 
-/// Forgets the joined requests and pending replies of this process (for tests).
+/// Answers one call of kopa_cmd_get_network_device_info for device `logic_id`. `well_formed`
+/// tells whether the caller's pointers and lengths were right; `req` is then its request.
+/// Joins multi-packet requests, executes the command on its last packet, hands out the reply
+/// in pieces, and applies every fault that hits the call (which may sleep with the state
+/// unlocked).
+CallAnswer answer_call(Session &session, uint32_t logic_id, const ds_req &req, bool well_formed,
+                       ds_rsp &rsp);
+
+/// Forgets the joined requests, pending replies and reply counts of this process (for tests).
 void reset_channel();
 
 } // namespace kopa_emu

@@ -4,10 +4,13 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <utility>
 
 namespace kopa_emu
 {
@@ -104,19 +107,41 @@ bool parse_mac(std::string_view text, uint8_t (&mac)[6])
     return true;
 }
 
-/// Text with "\n" escapes turned into newlines, so a shell argument can carry several lines.
-std::string unescape(std::string_view text)
+/// Text with C-like escapes turned into the characters they name, so that a shell argument
+/// can carry several lines or the control characters a misbehaving firmware might send:
+/// \n \r \t \b \e (ESC) \\ and \xHH. Any other backslash stays as it is. False for \x00,
+/// which a zero-terminated text cannot hold.
+bool unescape(std::string_view text, std::string &out)
 {
-    std::string out;
+    static constexpr std::pair<char, char> kNamed[] = {
+        {'n', '\n'}, {'r', '\r'}, {'t', '\t'}, {'b', '\b'}, {'e', '\x1b'}, {'\\', '\\'},
+    };
+    out.clear();
     for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '\\' && i + 1 < text.size() && text[i + 1] == 'n') {
-            out += '\n';
+        if (text[i] != '\\' || i + 1 == text.size()) {
+            out += text[i];
+            continue;
+        }
+        const char c = text[i + 1];
+        const auto named = std::find_if(std::begin(kNamed), std::end(kNamed),
+                                        [c](const auto &e) { return e.first == c; });
+        if (named != std::end(kNamed)) {
+            out += named->second;
             ++i;
+        } else if (c == 'x' && i + 3 < text.size() &&
+                   isxdigit(static_cast<unsigned char>(text[i + 2])) &&
+                   isxdigit(static_cast<unsigned char>(text[i + 3]))) {
+            const char hex[3] = {text[i + 2], text[i + 3], '\0'};
+            const auto byte = static_cast<char>(strtoul(hex, nullptr, 16));
+            if (byte == 0)
+                return false;
+            out += byte;
+            i += 3;
         } else {
             out += text[i];
         }
     }
-    return out;
+    return true;
 }
 
 } // namespace
@@ -266,10 +291,10 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
         ok = parse_mac(value, d->mac);
         break;
     case Type::kText: {
-        std::string text = unescape(value);
+        std::string text;
         char *dst = name == "lldp" ? d->lldp : d->firmware;
         size_t cap = name == "lldp" ? sizeof d->lldp : sizeof d->firmware;
-        ok = text.size() < cap;
+        ok = unescape(value, text) && text.size() < cap;
         if (ok)
             snprintf(dst, cap, "%s", text.c_str());
         break;

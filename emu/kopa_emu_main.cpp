@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "emu/control_fields.hpp"
@@ -33,14 +34,30 @@ const char kHelp[] =
     "  get <logic_id> <field>  one value\n"
     "  set <logic_id> <field> <value>\n"
     "                          change one value (numbers in decimal or 0x hex; gateway and routes\n"
-    "                          take \"none\" to clear; \\n in lldp/firmware text is a newline)\n"
-    "  fault add (--op <opcode|name> | --func <name>) --result N [--count N]\n"
-    "                          force a firmware result for an opcode, or a return value for a\n"
-    "                          library function (e.g. kopa_get_device_health)\n"
-    "  fault add (--frag N | --rsp-len N | --data-len N) [--op <opcode|name>] [--count N]\n"
-    "                          alter the first reply piece of the next commands\n"
+    "                          take \"none\" to clear; lldp/firmware text takes the escapes \\n\n"
+    "                          \\r \\t \\b \\e \\\\ and \\xHH)\n"
+    "  fault add <what> [--op <opcode|name>] [--func <name>] [--piece N] [--after-apply]\n"
+    "            [--count N]\n"
+    "                          inject a fault; <what> is one of\n"
+    "      --result N          firmware result (a refusal without data) of a command; with\n"
+    "                          --func the return value of that library function instead\n"
+    "      --frag N, --data-len N, --rsp-len N\n"
+    "                          alter that field of a reply record (or *rsp_len)\n"
+    "      --short N           the reply keeps only its first N payload bytes (0..2000)\n"
+    "      --garble            the reply's payload becomes non-zero pseudo-random bytes\n"
+    "      --delay-ms N        the call sleeps N ms (state unlocked) before answering\n"
+    "                          --op: only commands of that operation; --func: a library\n"
+    "                          function (with --result or --delay-ms; --op and --piece only for\n"
+    "                          kopa_cmd_get_network_device_info, the channel call itself);\n"
+    "                          --piece: the N-th reply record of a command, counting the\n"
+    "                          replies to the sent packets, then the fetched pieces (default:\n"
+    "                          the reply carrying the answer; --result the first packet;\n"
+    "                          --func and --delay-ms every call); --after-apply: --result,\n"
+    "                          --func and --delay-ms act once the command or function has\n"
+    "                          done its work; --count: uses before the fault expires\n"
     "  fault clear             remove every fault\n"
     "  fault list              one fault per line: kind target value remaining (-1: always)\n"
+    "                          [op=OPCODE] [piece=N] [after-apply]\n"
     "  journal [--on|--off|--clear]\n"
     "                          record channel calls (off by default), or print the records\n"
     "  log-level N             driver-log level 0..7 (default 3: errors)\n"
@@ -203,6 +220,44 @@ bool parse_opcode(std::string_view text, uint32_t &opcode)
     return parse_u32(text, opcode) && find_op(opcode) != nullptr;
 }
 
+/// The options that say what a fault forces.
+constexpr std::pair<std::string_view, FaultKind> kWhatOptions[] = {
+    {"--result", FaultKind::kResult},  {"--frag", FaultKind::kFrag},
+    {"--rsp-len", FaultKind::kRspLen}, {"--data-len", FaultKind::kDataLen},
+    {"--short", FaultKind::kShort},    {"--garble", FaultKind::kGarble},
+    {"--delay-ms", FaultKind::kDelay},
+};
+
+/// Checks a parsed `fault add` and settles what --func means: a forced return value with
+/// --result, the function delayed with --delay-ms. Returns "" or the complaint.
+std::string check_fault(Fault &f, bool have_what, bool have_op)
+{
+    if (!have_what)
+        return "a fault needs --result, --frag, --rsp-len, --data-len, --short, --garble or "
+               "--delay-ms";
+    const bool channel = f.function.empty() || f.function == kChannelCall;
+    const bool reply = f.kind != FaultKind::kResult && f.kind != FaultKind::kDelay;
+    if (!f.function.empty() && reply)
+        return "--func goes with --result or --delay-ms; reply faults take --op";
+    if ((have_op || f.piece != 0) && !channel)
+        return "--op and --piece name channel commands: they go with --func only for " +
+               std::string(kChannelCall);
+    if (f.after_apply && reply)
+        return "--after-apply goes with --result, --func or --delay-ms; reply faults always act "
+               "on the reply the firmware built";
+    if (f.kind == FaultKind::kResult && f.function.empty() && !have_op)
+        return "--result needs --op or --func";
+    if (f.kind == FaultKind::kResult && !f.function.empty())
+        f.kind = FaultKind::kFunction;
+    if (f.kind == FaultKind::kDelay && f.function == kChannelCall)
+        f.function.clear(); // the channel call is the default target
+    if (f.kind == FaultKind::kShort && (f.value < 0 || f.value > KOPA_PKT_PAYLOAD))
+        return "--short takes a byte count from 0 to 2000";
+    if (f.kind == FaultKind::kDelay && (f.value < 1 || f.value > 600000))
+        return "--delay-ms takes a number of milliseconds from 1 to 600000";
+    return "";
+}
+
 int cmd_fault(const std::vector<std::string_view> &args)
 {
     if (args.empty())
@@ -224,14 +279,37 @@ int cmd_fault(const std::vector<std::string_view> &args)
         return fail("unknown fault command '" + std::string(args[0]) + "'");
 
     Fault f;
-    bool have_kind = false, have_value = false, have_op = false;
+    bool have_what = false, have_op = false;
     for (size_t i = 1; i < args.size(); ++i) {
         std::string_view a = args[i];
+        const FaultKind *what = nullptr;
+        for (const auto &[name, kind] : kWhatOptions) {
+            if (a == name)
+                what = &kind;
+        }
+        if (what != nullptr) {
+            if (have_what)
+                return fail("give one of --result, --frag, --rsp-len, --data-len, --short, "
+                            "--garble, --delay-ms");
+            have_what = true;
+            f.kind = *what;
+            if (*what == FaultKind::kGarble)
+                continue; // the one fault without a value
+        } else if (a == "--after-apply") {
+            f.after_apply = true;
+            continue;
+        } else if (a != "--op" && a != "--func" && a != "--count" && a != "--piece") {
+            return fail("unknown fault option '" + std::string(a) + "'");
+        }
         if (i + 1 >= args.size())
             return fail("option '" + std::string(a) + "' needs a value");
         std::string_view v = args[++i];
         int64_t n = 0;
-        if (a == "--op") {
+        if (what != nullptr) {
+            if (!parse_i64(v, n))
+                return fail("invalid number '" + std::string(v) + "' for " + std::string(a));
+            f.value = n;
+        } else if (a == "--op") {
             if (!parse_opcode(v, f.opcode))
                 return fail("unknown operation '" + std::string(v) + "'");
             have_op = true;
@@ -239,35 +317,18 @@ int cmd_fault(const std::vector<std::string_view> &args)
             if (!v.starts_with("kopa_"))
                 return fail("--func takes a library function name such as kopa_get_device_health");
             f.function = std::string(v);
-            f.kind = FaultKind::kFunction;
-            have_kind = true;
         } else if (a == "--count") {
             if (!parse_i64(v, n) || n < 1 || n > 1000000)
                 return fail("--count takes a positive number");
             f.remaining = static_cast<int32_t>(n);
-        } else if (a == "--result" || a == "--frag" || a == "--rsp-len" || a == "--data-len") {
-            if (!parse_i64(v, n))
-                return fail("invalid number '" + std::string(v) + "' for " + std::string(a));
-            if (have_value)
-                return fail("give one of --result, --frag, --rsp-len, --data-len");
-            f.value = n;
-            have_value = true;
-            if (a == "--frag")
-                f.kind = FaultKind::kFrag;
-            if (a == "--rsp-len")
-                f.kind = FaultKind::kRspLen;
-            if (a == "--data-len")
-                f.kind = FaultKind::kDataLen;
-        } else {
-            return fail("unknown fault option '" + std::string(a) + "'");
+        } else { // --piece
+            if (!parse_i64(v, n) || n < 1 || n > 1000000)
+                return fail("--piece takes a reply position from 1");
+            f.piece = static_cast<uint32_t>(n);
         }
     }
-    if (!have_value)
-        return fail("a fault needs --result, --frag, --rsp-len or --data-len");
-    if (f.kind == FaultKind::kFunction && have_op)
-        return fail("give --op or --func, not both");
-    if (f.kind == FaultKind::kResult && !have_op && !have_kind)
-        return fail("--result needs --op or --func");
+    if (std::string err = check_fault(f, have_what, have_op); !err.empty())
+        return fail(err);
     s.faults().push_back(f);
     s.mark_faults_dirty();
     return s.commit() == 0 ? 0 : fail("cannot save the faults");

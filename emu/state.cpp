@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 namespace kopa_emu
 {
@@ -117,40 +118,41 @@ std::string device_path(const std::string &dir, uint32_t logic_id)
     return state_path(dir, name);
 }
 
+constexpr const char *kKindWords[kFaultKinds] = {
+    "result", "function", "frag", "rsp-len", "data-len", "short", "garble", "delay",
+};
+
 const char *kind_word(FaultKind kind)
 {
-    switch (kind) {
-    case FaultKind::kResult:
-        return "result";
-    case FaultKind::kFunction:
-        return "function";
-    case FaultKind::kFrag:
-        return "frag";
-    case FaultKind::kRspLen:
-        return "rsp-len";
-    case FaultKind::kDataLen:
-        return "data-len";
-    }
-    return "?";
+    const auto i = static_cast<size_t>(kind);
+    return i < kFaultKinds ? kKindWords[i] : "?";
 }
 
 std::optional<FaultKind> kind_of_word(std::string_view word)
 {
-    for (FaultKind k : {FaultKind::kResult, FaultKind::kFunction, FaultKind::kFrag,
-                        FaultKind::kRspLen, FaultKind::kDataLen}) {
-        if (word == kind_word(k))
-            return k;
+    for (size_t i = 0; i < kFaultKinds; ++i) {
+        if (word == kKindWords[i])
+            return static_cast<FaultKind>(i);
     }
     return std::nullopt;
 }
 
-/// One line of the faults file: "<kind> <opcode|any|function> <value> <remaining>".
+/// Faults that reshape a reply the firmware has built, and so always act after it.
+bool reply_kind(FaultKind kind)
+{
+    return kind != FaultKind::kResult && kind != FaultKind::kFunction && kind != FaultKind::kDelay;
+}
+
+/// One line of the faults file:
+/// "<kind> <target> <value> <remaining>[ op=<opcode>][ piece=<n>][ after-apply]", where the
+/// target is the library function a fault names, else its opcode or "any".
 std::optional<Fault> parse_fault(const std::string &line)
 {
     char kind[16], target[96];
     long long value = 0;
     int remaining = 0;
-    if (sscanf(line.c_str(), "%15s %95s %lld %d", kind, target, &value, &remaining) != 4) {
+    int used = 0;
+    if (sscanf(line.c_str(), "%15s %95s %lld %d%n", kind, target, &value, &remaining, &used) != 4) {
         return std::nullopt;
     }
     auto k = kind_of_word(kind);
@@ -160,19 +162,58 @@ std::optional<Fault> parse_fault(const std::string &line)
     f.kind = *k;
     f.value = value;
     f.remaining = remaining;
-    if (f.kind == FaultKind::kFunction) {
-        f.function = target;
-    } else if (strcmp(target, "any") != 0) {
+    const auto number = [](const char *text, uint32_t &out) {
         char *end = nullptr;
-        unsigned long op = strtoul(target, &end, 0);
-        if (*end != '\0')
+        unsigned long v = strtoul(text, &end, 0);
+        out = static_cast<uint32_t>(v);
+        return end != text && *end == '\0';
+    };
+    if (strncmp(target, "kopa_", 5) == 0) {
+        f.function = target;
+    } else if (strcmp(target, "any") != 0 && !number(target, f.opcode)) {
+        return std::nullopt;
+    }
+    if (f.kind == FaultKind::kFunction && f.function.empty())
+        return std::nullopt;
+    for (const char *p = line.c_str() + used; *p != '\0';) {
+        char word[32];
+        int n = 0;
+        if (sscanf(p, " %31s%n", word, &n) != 1)
+            break;
+        p += n;
+        if (strncmp(word, "op=", 3) == 0) {
+            if (!number(word + 3, f.opcode))
+                return std::nullopt;
+        } else if (strncmp(word, "piece=", 6) == 0) {
+            if (!number(word + 6, f.piece))
+                return std::nullopt;
+        } else if (strcmp(word, "after-apply") == 0) {
+            f.after_apply = true;
+        } else {
             return std::nullopt;
-        f.opcode = static_cast<uint32_t>(op);
+        }
     }
     return f;
 }
 
 } // namespace
+
+bool fault_hits(const Fault &f, const FaultSite &site)
+{
+    if (f.remaining == 0)
+        return false;
+    const std::string_view function = f.function.empty() ? kChannelCall : f.function;
+    if (function != site.function || (f.opcode != kAnyOpcode && f.opcode != site.opcode))
+        return false;
+    const bool after = f.after_apply || reply_kind(f.kind);
+    if (after != (site.stage == FaultStage::kAfter))
+        return false;
+    if (f.piece != 0)
+        return f.piece == site.piece;
+    if (after)
+        return site.answer;
+    return f.kind != FaultKind::kResult || site.piece == 1;
+}
 
 std::string state_dir()
 {
@@ -254,6 +295,21 @@ Session::Session(std::string dir) : dir_(std::move(dir))
 {
     // A missing directory or a file in its place fails the open (ENOENT, ENOTDIR): uninitialised.
     lock_fd_ = open(state_path(dir_, "lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    lock_and_load();
+}
+
+void Session::lock_and_load()
+{
+    for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
+        dev_[i].reset();
+        dev_dirty_[i] = false;
+    }
+    host_dirty_ = false;
+    faults_.clear();
+    faults_loaded_ = false;
+    faults_dirty_ = false;
+    initialised_ = false;
+    host_ = HostTable{};
     if (lock_fd_ < 0)
         return;
     while (flock(lock_fd_, LOCK_EX) != 0) {
@@ -346,27 +402,39 @@ std::vector<Fault> &Session::faults()
     return faults_;
 }
 
-std::optional<int64_t> Session::take_fault(FaultKind kind, uint32_t opcode,
-                                           std::string_view function)
+FaultHits Session::take_faults(const FaultSite &site)
 {
+    FaultHits hits;
     if (lock_fd_ < 0)
-        return std::nullopt;
+        return hits;
     std::vector<Fault> &list = faults();
-    for (size_t i = 0; i < list.size(); ++i) {
+    for (size_t i = 0; i < list.size();) {
         Fault &f = list[i];
-        if (f.kind != kind || f.remaining == 0)
-            continue;
-        if (kind == FaultKind::kFunction ? f.function != function
-                                         : (f.opcode != kAnyOpcode && f.opcode != opcode)) {
+        std::optional<int64_t> &slot = hits.value[static_cast<size_t>(f.kind)];
+        if (slot || !fault_hits(f, site)) {
+            ++i;
             continue;
         }
-        int64_t value = f.value;
+        slot = f.value;
+        faults_dirty_ = true;
         if (f.remaining > 0 && --f.remaining == 0)
             list.erase(list.begin() + static_cast<long>(i));
-        faults_dirty_ = true;
-        return value;
+        else
+            ++i;
     }
-    return std::nullopt;
+    return hits;
+}
+
+int Session::sleep_unlocked(uint32_t ms)
+{
+    const int rc = commit();
+    if (lock_fd_ >= 0)
+        flock(lock_fd_, LOCK_UN);
+    timespec left{static_cast<time_t>(ms / 1000), static_cast<long>(ms % 1000) * 1000000L};
+    while (nanosleep(&left, &left) != 0 && errno == EINTR) {
+    }
+    lock_and_load();
+    return rc;
 }
 
 bool Session::journal_enabled() const
@@ -386,18 +454,27 @@ void Session::journal_append(const JournalRecord &record)
 
 std::string format_fault(const Fault &f)
 {
-    char target[112];
-    if (f.kind == FaultKind::kFunction) {
-        snprintf(target, sizeof target, "%s", f.function.c_str());
+    char line[256];
+    int n = 0;
+    if (!f.function.empty()) {
+        n = snprintf(line, sizeof line, "%s %s", kind_word(f.kind), f.function.c_str());
     } else if (f.opcode == kAnyOpcode) {
-        snprintf(target, sizeof target, "any");
+        n = snprintf(line, sizeof line, "%s any", kind_word(f.kind));
     } else {
-        snprintf(target, sizeof target, "0x%x", f.opcode);
+        n = snprintf(line, sizeof line, "%s 0x%x", kind_word(f.kind), f.opcode);
     }
-    char line[192];
-    snprintf(line, sizeof line, "%s %s %lld %d", kind_word(f.kind), target,
-             static_cast<long long>(f.value), f.remaining);
-    return line;
+    std::string text(line, static_cast<size_t>(n));
+    snprintf(line, sizeof line, " %lld %d", static_cast<long long>(f.value), f.remaining);
+    text += line;
+    if (!f.function.empty() && f.opcode != kAnyOpcode) {
+        snprintf(line, sizeof line, " op=0x%x", f.opcode);
+        text += line;
+    }
+    if (f.piece != 0)
+        text += " piece=" + std::to_string(f.piece);
+    if (f.after_apply)
+        text += " after-apply";
+    return text;
 }
 
 int Session::commit()

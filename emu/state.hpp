@@ -5,6 +5,7 @@
 // back what it changed when it ends, so concurrent processes never lose each other's updates.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -101,22 +102,60 @@ DeviceState default_device(uint32_t logic_id);
 
 /// What a fault forces.
 enum class FaultKind : uint32_t {
-    kResult = 0,   ///< firmware result of an opcode
+    kResult = 0,   ///< firmware result of a command: a refusal without data
     kFunction = 1, ///< return value of a library function
-    kFrag = 2,     ///< `frag` of the first reply piece
+    kFrag = 2,     ///< `frag` of a reply record
     kRspLen = 3,   ///< *rsp_len written back by the channel call
-    kDataLen = 4,  ///< `data_len` of the first reply piece
+    kDataLen = 4,  ///< `data_len` of a reply record
+    kShort = 5,    ///< the reply keeps only its first `value` payload bytes
+    kGarble = 6,   ///< the reply's payload bytes become non-zero pseudo-random bytes
+    kDelay = 7,    ///< the call sleeps `value` ms, with the state unlocked
 };
+inline constexpr size_t kFaultKinds = 8;
 
 inline constexpr uint32_t kAnyOpcode = 0xFFFFFFFFu;
+/// The library function that carries the channel; the faults of commands hit its calls.
+inline constexpr std::string_view kChannelCall = "kopa_cmd_get_network_device_info";
 
 /// One injected fault, kept in "<dir>/faults".
 struct Fault {
     FaultKind kind = FaultKind::kResult;
-    uint32_t opcode = kAnyOpcode; ///< for all kinds but kFunction; kAnyOpcode matches any
-    std::string function;         ///< for kFunction: e.g. "kopa_get_device_health"
-    int64_t value = 0;            ///< forced result / return / frag / length
-    int32_t remaining = -1;       ///< calls left; -1 for every call
+    uint32_t opcode = kAnyOpcode; ///< command it hits; kAnyOpcode matches any
+    std::string function;         ///< library function it hits; empty: the channel call
+    int64_t value = 0;            ///< forced result / return / frag / length / milliseconds
+    int32_t remaining = -1;       ///< uses left; -1 for every call
+    uint32_t piece = 0;           ///< reply record of a command it hits (1-based); 0: default
+    bool after_apply = false;     ///< kResult, kFunction, kDelay: once the call has done its work
+};
+
+/// When a call looks up its faults: before the firmware (or library function) acts, or after,
+/// on the reply it built.
+enum class FaultStage : uint32_t { kBefore, kAfter };
+
+/// One place a fault can hit: a library call, and for the channel call one reply record.
+struct FaultSite {
+    std::string_view function;    ///< the library function being called
+    uint32_t opcode = kAnyOpcode; ///< channel: opcode of the request
+    uint32_t piece = 0;           ///< channel: position of the reply in its command; 0 unknown
+    bool answer = true; ///< this reply carries the call's answer (channel: the command ran)
+    FaultStage stage = FaultStage::kBefore;
+};
+
+/// Whether `fault` hits `site`. The one rule for every kind:
+/// - the function (channel call unless named), the opcode (unless any) and the stage match;
+///   reply faults (frag, rsp-len, data-len, short, garble) and after-apply faults act after;
+/// - with a piece, only that reply record; without one, reply and after-apply faults hit the
+///   reply that carries the answer, a result the first packet, function and delay faults
+///   every call.
+bool fault_hits(const Fault &fault, const FaultSite &site);
+
+/// The values the faults hitting one site force, at most one per kind.
+struct FaultHits {
+    std::optional<int64_t> value[kFaultKinds];
+    const std::optional<int64_t> &operator[](FaultKind kind) const
+    {
+        return value[static_cast<size_t>(kind)];
+    }
 };
 
 /// One call of kopa_cmd_get_network_device_info: the request header and what it answered.
@@ -170,9 +209,13 @@ class Session
     /// The injected faults (loaded on first use); call mark_faults_dirty() after changing them.
     std::vector<Fault> &faults();
     void mark_faults_dirty() { faults_dirty_ = true; }
-    /// Consumes one use of the first fault matching; nullopt when none matches.
-    std::optional<int64_t> take_fault(FaultKind kind, uint32_t opcode,
-                                      std::string_view function = {});
+    /// Consumes one use of the first fault of each kind that hits `site`.
+    FaultHits take_faults(const FaultSite &site);
+
+    /// Writes back what changed, lets go of the lock for `ms` milliseconds and takes it again;
+    /// the state is then read afresh, so pointers from device() and faults() are stale.
+    /// Returns the result of the write-back.
+    int sleep_unlocked(uint32_t ms);
 
     /// Whether the journal records channel calls (the marker file "<dir>/journal.on").
     bool journal_enabled() const;
@@ -182,6 +225,9 @@ class Session
     [[nodiscard]] int commit();
 
   private:
+    /// Takes the lock and reads the host table; forgets the devices and faults read before.
+    void lock_and_load();
+
     std::string dir_;
     int lock_fd_ = -1;
     bool initialised_ = false;

@@ -12,6 +12,7 @@
 
 #include "emu/state.hpp"
 #include "platform/kopa_platform.h"
+#include "tests/support/tool_sandbox.hpp"
 
 /// One library call as the client saw it.
 struct Exchange {
@@ -103,10 +104,27 @@ class EmuHostTest : public ::testing::Test
         ASSERT_EQ(kopa_emu::init_host(dir_, options), 0);
     }
 
+    /// Runs kopa-emu with `args` on this test's host.
+    ProcResult emu(const std::vector<std::string> &args) const
+    {
+        std::vector<std::string> argv = {kopa_emu_bin()};
+        argv.insert(argv.end(), args.begin(), args.end());
+        return run_process(argv, {{"KOPA_EMU_DIR", dir_}});
+    }
+
+    /// Adds a fault with `kopa-emu fault add`, so that the tests go through its grammar.
+    void inject(const std::vector<std::string> &args) const
+    {
+        std::vector<std::string> argv = {"fault", "add"};
+        argv.insert(argv.end(), args.begin(), args.end());
+        ProcResult r = emu(argv);
+        ASSERT_EQ(r.status, 0) << r.err;
+    }
+
     void SetUp() override
     {
-        char tmpl[] = "/tmp/emu-test-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        std::string tmpl = (std::filesystem::temp_directory_path() / "emu-test-XXXXXX").string();
+        ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
         dir_ = tmpl;
         setenv("KOPA_EMU_DIR", dir_.c_str(), 1);
         init(kopa_emu::InitOptions{});

@@ -174,7 +174,7 @@ TEST_F(EmuFirmwareTest, SetsAreReadBackAndOutOfRangeValuesRefused)
     EXPECT_EQ(send_record(1, KOPA_OP_set_mtu, kopa_mtu_record{0, 67}).result, -22);
     kopa_mtu_record mtu{};
     memcpy(&mtu, send_command(1, KOPA_OP_get_mtu, nullptr, 0, 5).out.data(), sizeof mtu);
-    const uint32_t mtu_value = mtu.mtu;  // packed field: copy before binding a reference
+    const uint32_t mtu_value = mtu.mtu; // packed field: copy before binding a reference
     EXPECT_EQ(mtu_value, 9000u);
 
     EXPECT_EQ(send_record(1, KOPA_OP_set_roce_port, kopa_roce_port_record{0, 4096}).result, -22);
@@ -246,4 +246,25 @@ TEST_F(EmuFirmwareTest, ConcurrentProcessesLoseNoUpdates)
     EXPECT_EQ(s.device(1)->mtu, 1000u + kRounds - 1);
     EXPECT_EQ(s.device(2)->mtu, 1000u + kRounds - 1);
     EXPECT_EQ(kopa_emu::read_journal(dir_).size(), 2u * 2u * kRounds);
+}
+
+TEST_F(EmuFirmwareTest, TextsCarryTheControlCharactersTheyWereGiven)
+{
+    // Escapes for what a misbehaving firmware may put in its texts: ESC sequences, carriage
+    // returns, backspaces; an unknown escape stays as written.
+    ASSERT_EQ(emu({"set", "0", "lldp", R"(Port\e[31m\r\bX\x7f\t\\n\q)"}).status, 0);
+    const std::string lldp = "Port\x1b[31m\r\bX\x7f\t\\n\\q";
+    CommandResult r = send_command(0, KOPA_OP_lldp_get_neighbor_info, nullptr, 0, 2000);
+    std::vector<uint8_t> want(lldp.begin(), lldp.end());
+    want.push_back(0);
+    EXPECT_EQ(r.out, want);
+
+    ASSERT_EQ(emu({"set", "0", "firmware", R"(7.1\r\n\e[2J)"}).status, 0);
+    r = send_command(0, KOPA_OP_get_firmware_version, nullptr, 0, 128);
+    ASSERT_FALSE(r.out.empty());
+    EXPECT_EQ(std::string(reinterpret_cast<const char *>(r.out.data())), "7.1\r\n\x1b[2J");
+
+    // A zero byte would end the text early: refused, the text kept.
+    EXPECT_EQ(emu({"set", "0", "firmware", R"(7\x00.1)"}).status, 2);
+    EXPECT_EQ(emu({"get", "0", "firmware"}).out, "7.1\r\n\x1b[2J\n");
 }
