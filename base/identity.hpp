@@ -11,5 +11,11 @@ extern char g_vorn_usr_name[kIdentityLen];
 /// The client address found at start (at most 31 characters).
 extern char g_vorn_usr_ip[kIdentityLen];
 
-inline const char *vorn_get_g_usr_name() { return g_vorn_usr_name; }
-inline const char *vorn_get_g_usr_ip() { return g_vorn_usr_ip; }
+inline const char *vorn_get_g_usr_name()
+{
+    return g_vorn_usr_name;
+}
+inline const char *vorn_get_g_usr_ip()
+{
+    return g_vorn_usr_ip;
+}

@@ -15,7 +15,8 @@
 
 namespace fs = std::filesystem;
 
-namespace {
+namespace
+{
 
 using Clock = std::chrono::steady_clock;
 
@@ -112,6 +113,6 @@ void BM_ToolBadDeviceId(benchmark::State &state)
 BENCHMARK(BM_ToolHelp)->UseManualTime()->Unit(benchmark::kMicrosecond)->MinTime(2.0);
 BENCHMARK(BM_ToolBadDeviceId)->UseManualTime()->Unit(benchmark::kMicrosecond)->MinTime(2.0);
 
-}  // namespace
+} // namespace
 
 BENCHMARK_MAIN();

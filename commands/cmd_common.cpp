@@ -1,15 +1,15 @@
 // Shared refusal, replay-read and save steps of the command handlers.
-#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
+#include "main/cmd.hpp"
 
-#include <cstdio>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
+#include "base/result.hpp"
 #include "config/store.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "base/result.hpp"
 
 int32_t cmd_err_argc(const CallSite &where, int argc)
 {

@@ -1,6 +1,7 @@
 // Steps that many command handlers share: the refusal of a wrong word count or an unknown word,
-// the copy of an address word, the read of a saved item for replay and the save of one value. Each logs under the function,
-// file and line of its caller, as the line written in the caller itself would.
+// the copy of an address word, the read of a saved item for replay and the save of one value. Each
+// logs under the function, file and line of its caller, as the line written in the caller itself
+// would.
 #pragma once
 
 #include <cstdint>

@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "main/cmd.hpp"
+#include "base/result.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -17,7 +17,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "base/result.hpp"
+#include "main/cmd.hpp"
 
 namespace
 {

@@ -7,13 +7,14 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
-#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
+#include "main/cmd.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kVnicPort = 0;
 

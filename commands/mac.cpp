@@ -2,7 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "main/cmd.hpp"
+#include "base/result.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -10,9 +10,10 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "base/result.hpp"
+#include "main/cmd.hpp"
 
-namespace {
+namespace
+{
 
 constexpr size_t kMacTextLen = 17;
 constexpr uint32_t kMacLen = 6;
@@ -78,7 +79,7 @@ constexpr const char *kHelpMac = "   [-s]        : set mac address \n"
                                  "       mac %s : such as XX:XX:XX:XX:XX:XX\n"
                                  "   [-g]        : get mac address \n";
 
-}  // namespace
+} // namespace
 
 extern constexpr CmdDesc kMacCmd{
     .major = "-i",

@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "base/result.hpp"
-#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -14,6 +13,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
+#include "main/cmd.hpp"
 
 namespace
 {
@@ -134,8 +134,9 @@ int32_t tool_check_mtu(const char *text, uint32_t *mtu)
     }
     // The overflow check reads 8 digits at most; the length is limited here, to what the
     // replay buffer of the saved value holds.
-    int32_t ret = strlen(text) >= kMtuValueSize ? kErrRangeMtu
-                                                : tool_para_overflow_check(text, kMtuMax, kErrRangeMtu);
+    int32_t ret = strlen(text) >= kMtuValueSize
+                      ? kErrRangeMtu
+                      : tool_para_overflow_check(text, kMtuMax, kErrRangeMtu);
     if (ret != kOk) {
         DRV_ERR("Mtu str is overflow.");
         return ret;

@@ -2,13 +2,14 @@
 #include <cstdio>
 #include <cstring>
 
-#include "main/cmd.hpp"
-#include "commands/cmd_common.hpp"
-#include "log/driver_log.hpp"
 #include "base/result.hpp"
+#include "commands/cmd_common.hpp"
 #include "device/device_info.hpp"
+#include "log/driver_log.hpp"
+#include "main/cmd.hpp"
 
-namespace {
+namespace
+{
 
 struct NetHealthStatus {
     uint32_t code;
@@ -19,9 +20,10 @@ constexpr uint32_t kNetHealthCount = 10;
 
 // The code of each row equals its index.
 const NetHealthStatus g_net_health_status[kNetHealthCount] = {
-    {0, "Success"},       {1, "Socket fail"}, {2, "Receive timeout"}, {3, "Unreachable"},
-    {4, "Time exceeded"}, {5, "Fault"},       {6, "Init"},            {7, "Thread error"},
-    {8, "Detect ip set"}, {9, "Unknown"},
+    {0, "Success"},     {1, "Socket fail"},   {2, "Receive timeout"},
+    {3, "Unreachable"}, {4, "Time exceeded"}, {5, "Fault"},
+    {6, "Init"},        {7, "Thread error"},  {8, "Detect ip set"},
+    {9, "Unknown"},
 };
 
 int32_t tool_net_health_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)

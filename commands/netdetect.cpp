@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "main/cmd.hpp"
+#include "base/result.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
 #include "commands/setting.hpp"
@@ -13,7 +13,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "base/result.hpp"
+#include "main/cmd.hpp"
 
 namespace
 {

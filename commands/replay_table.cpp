@@ -1,7 +1,7 @@
 // The order in which recovery replays the saved items of a device. The address comes first:
 // the gateway and the routes need its segment.
-#include "main/cmd.hpp"
 #include "commands/replay.hpp"
+#include "main/cmd.hpp"
 
 namespace
 {

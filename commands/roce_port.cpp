@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include "base/result.hpp"
-#include "main/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -13,6 +12,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
+#include "main/cmd.hpp"
 
 namespace
 {

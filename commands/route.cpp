@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "main/cmd.hpp"
 #include "base/escape.hpp"
+#include "base/result.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -19,7 +19,7 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/checkers.hpp"
-#include "base/result.hpp"
+#include "main/cmd.hpp"
 
 namespace
 {
@@ -410,8 +410,7 @@ namespace
 constexpr CmdOp kRouteOps[] = {
     {"-g", 1, false, tool_get_route_table},
     {"-a", 7, true, tool_add_route_table, "tool_route_table_cmd_execute add route err argc[%d]"},
-    {"-d", 5, true, tool_del_route_table,
-     "tool_route_table_cmd_execute delete route err argc[%d]"},
+    {"-d", 5, true, tool_del_route_table, "tool_route_table_cmd_execute delete route err argc[%d]"},
     {"-c", 1, true, tool_clear_route_table},
 };
 

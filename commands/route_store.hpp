@@ -14,9 +14,9 @@ enum class RouteAction {
 
 /// Walks the configuration file in one session under its exclusive lock and applies `action` to
 /// every saved route of the device `dev` (its physical id picks the lines, its logical id the
-/// device). The lines it removes leave the file in one replacement at the end. `address` and `netmask` (network byte order) name the segment of
-/// kDelOutsideSegment and are ignored otherwise. Returns 0, 12290 when the file path cannot be
-/// resolved, 12293 when the file cannot be opened, locked or rewound, -ENOMEM for a malformed
-/// route line, or the first failing route's code.
+/// device). The lines it removes leave the file in one replacement at the end. `address` and
+/// `netmask` (network byte order) name the segment of kDelOutsideSegment and are ignored otherwise.
+/// Returns 0, 12290 when the file path cannot be resolved, 12293 when the file cannot be opened,
+/// locked or rewound, -ENOMEM for a malformed route line, or the first failing route's code.
 [[nodiscard]] int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action,
                                                         uint32_t address, uint32_t netmask);

@@ -95,7 +95,8 @@ bool write_all(int fd, const char *data, size_t len)
 bool sync_dir_of(const std::string &path)
 {
     const size_t slash = path.rfind('/');
-    const std::string dir = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
+    const std::string dir =
+        slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
     const int dfd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dfd < 0)
         return false;
@@ -104,7 +105,10 @@ bool sync_dir_of(const std::string &path)
     return ok;
 }
 
-bool piece_has_eq(std::string_view piece) { return piece.find('=') != std::string_view::npos; }
+bool piece_has_eq(std::string_view piece)
+{
+    return piece.find('=') != std::string_view::npos;
+}
 
 // One-operation helpers behind cfg_inner_*.
 int inner_op(const char *path, ConfAccess access, const char *key, auto &&op)
@@ -177,7 +181,8 @@ int ConfSession::open_once(bool *replaced)
         if (access_ == ConfAccess::kWrite)
             DRV_ERR("Open read configure fail! errno[%d]", errno);
         else if (access_ == ConfAccess::kDelete)
-            DRV_ERR("Open configure file fail! errno[%d], real_conf_path[%s]", errno, path_.c_str());
+            DRV_ERR("Open configure file fail! errno[%d], real_conf_path[%s]", errno,
+                    path_.c_str());
         else
             DRV_ERR("Open configure file fail errno[%d] real_conf_path[%s]", errno, path_.c_str());
         return fail_code();
@@ -192,8 +197,10 @@ int ConfSession::open_once(bool *replaced)
             DRV_ERR("vorn.conf lock fd[%d] failed! ret[%d] errno[%d]", fd_, ret, errno);
         return fail_code();
     }
-    struct stat held{};
-    struct stat named{};
+    struct stat held {
+    };
+    struct stat named {
+    };
     if (fstat(fd_, &held) != 0) {
         DRV_ERR("vorn.conf fstat fd[%d] failed! errno[%d]", fd_, errno);
         return fail_code();
@@ -241,7 +248,8 @@ int ConfSession::read(const char *key, char *value_out, uint32_t value_size) con
     (void)cfg_for_each_piece(content_, [&](std::string_view piece) {
         // A prefix match over the key only: the first line that begins with the key answers,
         // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
-        if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(wanted) || !piece_has_eq(piece))
+        if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(wanted) ||
+            !piece_has_eq(piece))
             return 0;
         if (piece.back() == '\n')
             piece.remove_suffix(1);
@@ -445,9 +453,8 @@ int cfg_inner_read_conf(const char *path, const char *key, char *value_out, uint
 {
     if (value_out == nullptr)
         return kErrnoInval;
-    return inner_op(path, ConfAccess::kRead, key, [&](ConfSession &s) {
-        return s.read(key, value_out, value_size);
-    });
+    return inner_op(path, ConfAccess::kRead, key,
+                    [&](ConfSession &s) { return s.read(key, value_out, value_size); });
 }
 
 int cfg_inner_write_conf(const char *path, const char *key, const char *value)

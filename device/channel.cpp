@@ -2,7 +2,6 @@
 // firmware and its reply pieces joined on the way back.
 #include "device/channel.hpp"
 
-
 #include <cerrno>
 #include <cstring>
 

@@ -8,13 +8,13 @@
 
 /// The caller's command parameter block, filled by each device operation.
 struct network_channel_para {
-    uint32_t opcode;       ///< firmware operation code
-    const void *inbuf;     ///< request payload, or null
-    uint32_t size_in;      ///< payload length; 0 without payload
-    void *outbuf;          ///< reply buffer, or null
-    uint32_t *size_out;    ///< capacity of outbuf; ends as capacity plus the bytes received
-    int32_t result;        ///< firmware result; -1 before the call
-    uint32_t client_pid;   ///< the tool's pid for the route-table and port-status reads, else 0
+    uint32_t opcode;     ///< firmware operation code
+    const void *inbuf;   ///< request payload, or null
+    uint32_t size_in;    ///< payload length; 0 without payload
+    void *outbuf;        ///< reply buffer, or null
+    uint32_t *size_out;  ///< capacity of outbuf; ends as capacity plus the bytes received
+    int32_t result;      ///< firmware result; -1 before the call
+    uint32_t client_pid; ///< the tool's pid for the route-table and port-status reads, else 0
 };
 
 /// Sends one command to the device `logic_id` (0..15) and collects its reply. Returns 0 when

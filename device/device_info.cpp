@@ -1,8 +1,8 @@
 // Device identity and health: health check, PCIe-card test and the device list.
 #include "device/device_info.hpp"
 
-#include "log/driver_log.hpp"
 #include "base/result.hpp"
+#include "log/driver_log.hpp"
 
 int32_t tool_check_dev_health(uint32_t logic_id)
 {

@@ -26,9 +26,10 @@ unsigned int kelvar_get_bare_tgid(void)
     return static_cast<unsigned int>(getpid());
 }
 
-}  // extern "C"
+} // extern "C"
 
-namespace {
+namespace
+{
 
 constexpr int kDefaultLevel = 3;
 
@@ -89,7 +90,7 @@ void append_line(const char *line, size_t len)
     close(fd);
 }
 
-}  // namespace
+} // namespace
 
 extern "C" {
 

@@ -13,8 +13,8 @@ extern "C" {
 using kopa_emu_tls_public_key_fn = int32_t (*)(const char *dir, uint32_t logic_id,
                                                kopa_envelope_pub_key *out);
 /// install_tls_cfg() of emu/tls_envelope.hpp with the state directory as a C string.
-using kopa_emu_tls_install_fn = int32_t (*)(const char *dir, uint32_t logic_id,
-                                            const uint8_t *blob, kopa_emu::DeviceState *dev);
+using kopa_emu_tls_install_fn = int32_t (*)(const char *dir, uint32_t logic_id, const uint8_t *blob,
+                                            kopa_emu::DeviceState *dev);
 }
 
 inline constexpr const char *kKopaEmuTlsPublicKeySym = "kopa_emu_tls_public_key";

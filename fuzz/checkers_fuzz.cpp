@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         if (tool_mac_str2char(w, mac, sizeof mac) != 0)
             abort();
     }
-    if (word.size() == 17)  // the tool checks the length before the reserved list
+    if (word.size() == 17) // the tool checks the length before the reserved list
         (void)tool_mac_filter_check(w);
     return 0;
 }

@@ -12,7 +12,8 @@
 
 #include "config/store.hpp"
 
-namespace {
+namespace
+{
 
 std::string take_word(const uint8_t *&data, size_t &size)
 {
@@ -51,7 +52,7 @@ void spill(const std::string &path, const uint8_t *data, size_t size)
     }
 }
 
-}  // namespace
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {

@@ -12,11 +12,12 @@
 
 #include "log/driver_log.hpp"
 
-namespace {
+namespace
+{
 
 char g_cdr_file_name[128];
 
-}  // namespace
+} // namespace
 
 int generate_file_name(int device_id)
 {
@@ -26,10 +27,10 @@ int generate_file_name(int device_id)
         DRV_ERR("get local time failed.");
         return -1;
     }
-    int n = snprintf(g_cdr_file_name, sizeof(g_cdr_file_name), "device-%d-CdrReg_%d%d%d%d%d%d%d.log",
-                     device_id, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday,
-                     local.tm_hour, local.tm_min, local.tm_sec,
-                     static_cast<int>(tv.tv_usec / 1000));
+    int n =
+        snprintf(g_cdr_file_name, sizeof(g_cdr_file_name), "device-%d-CdrReg_%d%d%d%d%d%d%d.log",
+                 device_id, local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
+                 local.tm_min, local.tm_sec, static_cast<int>(tv.tv_usec / 1000));
     if (n < 0 || static_cast<size_t>(n) >= sizeof(g_cdr_file_name)) {
         DRV_ERR("format cdr file name failed. (ret=%d)", n);
         g_cdr_file_name[0] = '\0';
@@ -61,4 +62,7 @@ void VornCdrRegPrintLog(const char *format, ...)
     (void)close(fd);
 }
 
-const char *vorn_cdr_file_name() { return g_cdr_file_name; }
+const char *vorn_cdr_file_name()
+{
+    return g_cdr_file_name;
+}

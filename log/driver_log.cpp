@@ -7,22 +7,29 @@
 #include <cstdarg>
 #include <cstdio>
 
-namespace {
+namespace
+{
 
-const char *or_empty(const char *s) { return s != nullptr ? s : ""; }
+const char *or_empty(const char *s)
+{
+    return s != nullptr ? s : "";
+}
 
-}  // namespace
+} // namespace
 
-bool drv_log_enabled(int level) { return kelvar_log_get_level() >= level; }
+bool drv_log_enabled(int level)
+{
+    return kelvar_log_get_level() >= level;
+}
 
 void drv_log_write(int level, const char *func, int line, const char *fmt, ...)
 {
     char buf[2048];
-    int head = snprintf(buf, sizeof(buf), "[kelvar]%s%s[curpid: %d, %d][drv][%s][%s %d]",
-                        or_empty(kelvar_log_get_level_str(level)),
-                        or_empty(kelvar_log_get_time_str()), static_cast<int>(getpid()),
-                        static_cast<int>(syscall(SYS_gettid)),
-                        or_empty(kelvar_log_get_module_str(KELVAR_MODULE_DEVMGMT)), func, line);
+    int head =
+        snprintf(buf, sizeof(buf), "[kelvar]%s%s[curpid: %d, %d][drv][%s][%s %d]",
+                 or_empty(kelvar_log_get_level_str(level)), or_empty(kelvar_log_get_time_str()),
+                 static_cast<int>(getpid()), static_cast<int>(syscall(SYS_gettid)),
+                 or_empty(kelvar_log_get_module_str(KELVAR_MODULE_DEVMGMT)), func, line);
     if (head < 0)
         return;
     if (static_cast<size_t>(head) < sizeof(buf)) {

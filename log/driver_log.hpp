@@ -12,10 +12,10 @@ bool drv_log_enabled(int level);
 void drv_log_write(int level, const char *func, int line, const char *fmt, ...)
     __attribute__((format(printf, 4, 5)));
 
-#define DRV_LOG(level, fmt, ...)                                                     \
-    do {                                                                             \
-        if (drv_log_enabled(level))                                                  \
-            drv_log_write((level), __func__, __LINE__, fmt __VA_OPT__(, ) __VA_ARGS__); \
+#define DRV_LOG(level, fmt, ...)                                                                   \
+    do {                                                                                           \
+        if (drv_log_enabled(level))                                                                \
+            drv_log_write((level), __func__, __LINE__, fmt __VA_OPT__(, ) __VA_ARGS__);            \
     } while (0)
 
 #define DRV_ERR(fmt, ...) DRV_LOG(KELVAR_LEVEL_ERROR, fmt __VA_OPT__(, ) __VA_ARGS__)

@@ -16,14 +16,15 @@
 #include <ctime>
 #include <string>
 
+#include "base/paths.hpp"
 #include "base/result.hpp"
 #include "log/driver_log.hpp"
-#include "base/paths.hpp"
 
-namespace {
+namespace
+{
 
-constexpr off_t kRingFileMax = 5242880;     // a write rotates at size + line >= 5 MiB
-constexpr off_t kRingRotateMin = 5241855;   // rotation moves only files above this
+constexpr off_t kRingFileMax = 5242880;   // a write rotates at size + line >= 5 MiB
+constexpr off_t kRingRotateMin = 5241855; // rotation moves only files above this
 constexpr int kRingAttempts = 100;
 constexpr mode_t kDirMode = 0640;
 constexpr mode_t kFileMode = 0640;
@@ -33,10 +34,11 @@ constexpr size_t kLogPathLen = 128;
 constexpr size_t kFormatLen = 1024;
 constexpr size_t kMsgLen = 1025;
 constexpr size_t kStampLen = 128;
-constexpr size_t kLevelWordLen = 13;  // "PROMPT MINOR " and "CONFIG MAJOR "
+constexpr size_t kLevelWordLen = 13; // "PROMPT MINOR " and "CONFIG MAJOR "
 
-class Fd {
-public:
+class Fd
+{
+  public:
     explicit Fd(int fd = -1) : fd_(fd) {}
     ~Fd() { reset(); }
     Fd(const Fd &) = delete;
@@ -55,7 +57,7 @@ public:
         fd_ = -1;
     }
 
-private:
+  private:
     int fd_;
 };
 
@@ -113,7 +115,7 @@ int CheckFilePath(const char *path, mode_t mode)
 #endif
     if (mkdir(path, mode) != 0 && errno != EEXIST)
         return -errno;
-    (void)chmod(path, mode);  // the mode is exact whatever the umask
+    (void)chmod(path, mode); // the mode is exact whatever the umask
     return 0;
 }
 
@@ -208,8 +210,10 @@ void VornCheckRingFileLen(const char *log_path, const char *old_path)
         DRV_WARN("flock %s failed, errno=%d\n", log_path, errno);
         return;
     }
-    struct stat held {};
-    struct stat named {};
+    struct stat held {
+    };
+    struct stat named {
+    };
     if (fstat(fd.get(), &held) != 0 || lstat(log_path, &named) != 0 ||
         held.st_ino != named.st_ino || held.st_dev != named.st_dev ||
         held.st_size <= kRingRotateMin) {
@@ -266,8 +270,10 @@ int VornGetRingFd(const char *dir, const char *log_path, size_t msg_len)
             DRV_WARN("flock %s failed, errno=%d\n", log_path, errno);
             return -1;
         }
-        struct stat held {};
-        struct stat named {};
+        struct stat held {
+        };
+        struct stat named {
+        };
         if (fstat(fd.get(), &held) != 0)
             return -1;
         // Another run may have moved the file to ".old" while this one waited for the lock.
@@ -284,7 +290,7 @@ int VornGetRingFd(const char *dir, const char *log_path, size_t msg_len)
     return -1;
 }
 
-}  // namespace
+} // namespace
 
 void VornPrintLog(const char *format, ...)
 {
@@ -307,7 +313,8 @@ void VornPrintLog(const char *format, ...)
         return;
     }
     std::string log_path = sys_path(log_name);
-    struct stat st {};
+    struct stat st {
+    };
     if (lstat(log_path.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
         DRV_ERR("Lstat fail");
         return;

@@ -9,11 +9,11 @@
 void VornPrintLog(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Run-log line of an event of the run; the text ends with its own newline.
-#define RUN_LOG_PROMPT(fmt, ...)                                                        \
-    VornPrintLog("PROMPT MINOR %s %s %s:%d >>> " fmt, vorn_get_g_usr_name(),           \
-                 vorn_get_g_usr_ip(), __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define RUN_LOG_PROMPT(fmt, ...)                                                                   \
+    VornPrintLog("PROMPT MINOR %s %s %s:%d >>> " fmt, vorn_get_g_usr_name(), vorn_get_g_usr_ip(),  \
+                 __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 
 /// Run-log line that opens a configuration change on a device.
-#define RUN_LOG_CONFIG(fmt, ...)                                                        \
-    VornPrintLog("CONFIG MAJOR %s %s %s:%d >>> " fmt, vorn_get_g_usr_name(),           \
-                 vorn_get_g_usr_ip(), __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
+#define RUN_LOG_CONFIG(fmt, ...)                                                                   \
+    VornPrintLog("CONFIG MAJOR %s %s %s:%d >>> " fmt, vorn_get_g_usr_name(), vorn_get_g_usr_ip(),  \
+                 __FILE_NAME__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)

@@ -7,7 +7,8 @@
 #include "log/run_log.hpp"
 #include "main/cmd_table.hpp"
 
-namespace {
+namespace
+{
 
 constexpr size_t kArgBufLen = 901;
 
@@ -47,7 +48,7 @@ bool is_plain_char(unsigned char c)
            (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-}  // namespace
+} // namespace
 
 // Values after these words are secrets or addresses; each command names its own.
 bool check_cmd_is_in_black_list(int index, char **argv)

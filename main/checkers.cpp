@@ -7,14 +7,18 @@
 #include <cstdio>
 #include <cstring>
 
-#include "log/driver_log.hpp"
 #include "base/result.hpp"
+#include "log/driver_log.hpp"
 
-namespace {
+namespace
+{
 
 constexpr size_t kRoundTripLen = 30;
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
+bool is_digit(char c)
+{
+    return c >= '0' && c <= '9';
+}
 
 bool is_hex(char c)
 {
@@ -54,12 +58,10 @@ struct param_check_row {
 };
 
 constexpr param_check_row g_param_check_tab[] = {
-    {"ip", tool_check_ip},          {"via", tool_check_ip},
-    {"mac", tool_check_mac},        {"dev", tool_check_dev},
-    {"table", tool_check_table},    {"ip_mask", tool_check_ip_mask_bit},
-    {"dir", tool_check_dir},        {"-s", tool_check_num},
-    {"-n", tool_check_num_iter},    {"-d", tool_check_vfe},
-    {"address", tool_check_ip},
+    {"ip", tool_check_ip},   {"via", tool_check_ip},      {"mac", tool_check_mac},
+    {"dev", tool_check_dev}, {"table", tool_check_table}, {"ip_mask", tool_check_ip_mask_bit},
+    {"dir", tool_check_dir}, {"-s", tool_check_num},      {"-n", tool_check_num_iter},
+    {"-d", tool_check_vfe},  {"address", tool_check_ip},
 };
 
 int str_to_off_conversion(char c, int base)
@@ -73,7 +75,7 @@ int str_to_off_conversion(char c, int base)
     return kErrnoInval;
 }
 
-}  // namespace
+} // namespace
 
 int32_t tool_check_ip(const char *text)
 {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/result.hpp"
 #include "device/device_info.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
@@ -12,9 +13,9 @@
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
 #include "main/setting_lock.hpp"
-#include "base/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr uint32_t kMaxLogicId = 15;
 constexpr uint32_t kMaxHostPhyId = 15;
@@ -48,7 +49,7 @@ int32_t refuse_operation(const CmdDesc &cmd)
     return kErrUnknownOption;
 }
 
-}  // namespace
+} // namespace
 
 int32_t cmd_dispatch(const CmdDesc &cmd, int argc, char **argv, cmd_parse_info *info)
 {
@@ -104,7 +105,10 @@ int32_t insert_cmd_list(const cmd_record *records, int count)
     return kOk;
 }
 
-int32_t insert_ext_cmd() { return insert_cmd_list(g_cmd_list_ext, kCmdListExtNum); }
+int32_t insert_ext_cmd()
+{
+    return insert_cmd_list(g_cmd_list_ext, kCmdListExtNum);
+}
 
 int32_t len_valid(int argc, char **argv)
 {

@@ -80,5 +80,4 @@ struct CmdDesc {
 
 /// Checks the operation word and the word count of `cmd` with the command's own texts and
 /// codes, takes the setting lock for an operation that changes settings, and runs it.
-[[nodiscard]] int32_t cmd_dispatch(const CmdDesc &cmd, int argc, char **argv,
-                                   cmd_parse_info *info);
+[[nodiscard]] int32_t cmd_dispatch(const CmdDesc &cmd, int argc, char **argv, cmd_parse_info *info);

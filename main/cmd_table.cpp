@@ -13,18 +13,21 @@ extern const CmdDesc kRoceTestCmd, kSpeedCmd, kDuplexCmd, kBackpressureCmd, kFec
     kTcCfgCmd, kCurTcBufCmd, kPrioTcCmd, kPingCmd, kSendArpCmd;
 
 cmd_record g_cmd_list[kCmdListMax] = {
-    {&kIpCmd},        {&kGatewayCmd},   {&kNetdetectCmd}, {&kLldpCmd},      {&kMacCmd},
-    {&kCfgCmd},       {&kLinkCmd},      {&kDscpCmd},      {&kShapingCmd},   {&kMtuCmd},
-    {&kNetHealthCmd}, {&kArpCmd},       {&kRouteCmd},     {&kPciCmd},       {&kContextCmd},
-    {&kRegCmd},       {&kOpticalCmd},   {&kStatCmd},      {&kCfgAllCmd},    {&kTlsCmd},
-    {&kVersionCmd},   {&kVnicCmd},      {&kProcessCmd},   {&kUdpCmd},       {&kBandwidthCmd},
-    {&kStatusCmd},    {&kGenericCmd},   {&kEthTestCmd},
+    {&kIpCmd},        {&kGatewayCmd}, {&kNetdetectCmd}, {&kLldpCmd},    {&kMacCmd},
+    {&kCfgCmd},       {&kLinkCmd},    {&kDscpCmd},      {&kShapingCmd}, {&kMtuCmd},
+    {&kNetHealthCmd}, {&kArpCmd},     {&kRouteCmd},     {&kPciCmd},     {&kContextCmd},
+    {&kRegCmd},       {&kOpticalCmd}, {&kStatCmd},      {&kCfgAllCmd},  {&kTlsCmd},
+    {&kVersionCmd},   {&kVnicCmd},    {&kProcessCmd},   {&kUdpCmd},     {&kBandwidthCmd},
+    {&kStatusCmd},    {&kGenericCmd}, {&kEthTestCmd},
 };
 
 const cmd_record g_cmd_list_ext[kCmdListExtNum] = {
-    {&kRoceTestCmd}, {&kSpeedCmd},   {&kDuplexCmd},  {&kBackpressureCmd},
-    {&kFecCmd},      {&kPfcCmd},     {&kTcCfgCmd},   {&kCurTcBufCmd},
-    {&kPrioTcCmd},   {&kPingCmd},    {&kSendArpCmd},
+    {&kRoceTestCmd}, {&kSpeedCmd}, {&kDuplexCmd},  {&kBackpressureCmd},
+    {&kFecCmd},      {&kPfcCmd},   {&kTcCfgCmd},   {&kCurTcBufCmd},
+    {&kPrioTcCmd},   {&kPingCmd},  {&kSendArpCmd},
 };
 
-const char *cmd_record::dev_token() const { return strcmp(cmd->major, "-i") == 0 ? "devid" : ""; }
+const char *cmd_record::dev_token() const
+{
+    return strcmp(cmd->major, "-i") == 0 ? "devid" : "";
+}

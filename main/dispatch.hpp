@@ -6,7 +6,7 @@
 #include "main/cmd.hpp"
 #include "main/cmd_table.hpp"
 
-inline constexpr int kArgcMax = 64;      ///< argc must stay below this
+inline constexpr int kArgcMax = 64;       ///< argc must stay below this
 inline constexpr size_t kArgLenMax = 900; ///< longest accepted word
 
 /// The whole parse of one run: shape, extension rows, audit, help, lookup, device id, then the

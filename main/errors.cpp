@@ -4,11 +4,12 @@
 #include <cstdio>
 #include <cstring>
 
+#include "base/result.hpp"
 #include "log/driver_log.hpp"
 #include "main/cmd_table.hpp"
-#include "base/result.hpp"
 
-namespace {
+namespace
+{
 
 constexpr const char *kEnterHelp = "Enter [ vorn_tool -h ] for more details.\n";
 constexpr const char *kCmdFailed = "Cmd execute failed!\n";
@@ -27,11 +28,17 @@ void say(const char *func, int line, const char *text)
 
 #define SAY(text) say(__func__, __LINE__, (text))
 
-bool valid_row(int32_t cmd_index) { return cmd_index >= 0 && cmd_index < kCmdListMax; }
+bool valid_row(int32_t cmd_index)
+{
+    return cmd_index >= 0 && cmd_index < kCmdListMax;
+}
 
-int32_t row_of(const cmd_parse_info *info) { return info != nullptr ? info->cmd_index : -1; }
+int32_t row_of(const cmd_parse_info *info)
+{
+    return info != nullptr ? info->cmd_index : -1;
+}
 
-}  // namespace
+} // namespace
 
 void uda_cmd_pram_list_print(int32_t cmd_index)
 {
@@ -144,13 +151,32 @@ void uda_handle_tls_param_err(int32_t code, const cmd_parse_info *info)
     bool list = false;
     char pwd_text[128];
     switch (code) {
-    case kErrFilePath: text = "The file path input is invalid!\n"; break;
-    case kErrTlsNoCerts: text = "No certificate found, please set certs firstly!\n"; break;
-    case kErrTlsAlarm: text = "Get invalid alarm time!\n"; list = true; break;
-    case kErrTlsEnable: text = "Get invalid enable value!\n"; list = true; break;
-    case kErrTlsNoKey: text = "No pri key, cannot assign ca without pri key!\n"; list = true; break;
-    case kErrTlsKeyCert: text = "Pri key doesn't match to pub cert!\n"; list = true; break;
-    case kErrTlsChain: text = "The certificate chain is not continuous!\n"; list = true; break;
+    case kErrFilePath:
+        text = "The file path input is invalid!\n";
+        break;
+    case kErrTlsNoCerts:
+        text = "No certificate found, please set certs firstly!\n";
+        break;
+    case kErrTlsAlarm:
+        text = "Get invalid alarm time!\n";
+        list = true;
+        break;
+    case kErrTlsEnable:
+        text = "Get invalid enable value!\n";
+        list = true;
+        break;
+    case kErrTlsNoKey:
+        text = "No pri key, cannot assign ca without pri key!\n";
+        list = true;
+        break;
+    case kErrTlsKeyCert:
+        text = "Pri key doesn't match to pub cert!\n";
+        list = true;
+        break;
+    case kErrTlsChain:
+        text = "The certificate chain is not continuous!\n";
+        list = true;
+        break;
     case kErrTlsCrlLast:
         text = "The crl certificate should be the last config item!\n";
         list = true;
@@ -164,12 +190,15 @@ void uda_handle_tls_param_err(int32_t code, const cmd_parse_info *info)
     case kErrPwdComplexity:
         text = "The complexity of password you input is too low, please choose another one!\n";
         break;
-    case kErrCertLength: text = "The certificate length is invalid!\n"; break;
+    case kErrCertLength:
+        text = "The certificate length is invalid!\n";
+        break;
     case kErrHostLast:
         text = "The host flag should be the last config item!\n";
         list = true;
         break;
-    default: break;
+    default:
+        break;
     }
     if (text != nullptr)
         SAY(text);
@@ -205,18 +234,31 @@ void uda_handle_tool_sys_err(int32_t code)
 void uda_handle_kopa_err(int32_t code)
 {
     switch (code) {
-    case kErrKopa: SAY("Command execute failed!\n"); break;
-    case kErrKopaDevId: SAY("The device id is invalid, please check your input!\n"); break;
+    case kErrKopa:
+        SAY("Command execute failed!\n");
+        break;
+    case kErrKopaDevId:
+        SAY("The device id is invalid, please check your input!\n");
+        break;
     case kErrKopaNoGateway:
         SAY("Get gateway failed, because no gateway was preset there!\n");
         break;
-    case kErrKopaHealth: SAY("Get device health status failed!\n"); break;
-    case kErrKopaGone: SAY("The device is not exist!\n"); break;
-    case kErrKopaTlsIllegal: SAY("The certificates are illegal!\n"); break;
-    case kErrKopaTlsChain:
-        SAY("Failed to verify the certificate chain, make sure the certificate chain is correct!\n");
+    case kErrKopaHealth:
+        SAY("Get device health status failed!\n");
         break;
-    default: SAY(kCmdFailed); break;
+    case kErrKopaGone:
+        SAY("The device is not exist!\n");
+        break;
+    case kErrKopaTlsIllegal:
+        SAY("The certificates are illegal!\n");
+        break;
+    case kErrKopaTlsChain:
+        SAY("Failed to verify the certificate chain, make sure the certificate chain is "
+            "correct!\n");
+        break;
+    default:
+        SAY(kCmdFailed);
+        break;
     }
 }
 

@@ -10,17 +10,18 @@
 #include <cstring>
 
 #include "base/identity.hpp"
-#include "log/driver_log.hpp"
 #include "base/result.hpp"
+#include "log/driver_log.hpp"
 
-namespace {
+namespace
+{
 
 void set_ip_text(const char *text)
 {
     (void)snprintf(g_vorn_usr_ip, sizeof(g_vorn_usr_ip), "%s", text);
 }
 
-}  // namespace
+} // namespace
 
 int vorn_get_usr_name()
 {
@@ -78,5 +79,3 @@ int vorn_get_usr_ip()
     }
     return kOk;
 }
-
-

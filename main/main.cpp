@@ -22,8 +22,10 @@ namespace
 // is written line by line, as on a terminal; every text of the tool ends its line.
 void keep_output_order()
 {
-    struct stat out{};
-    struct stat err{};
+    struct stat out {
+    };
+    struct stat err {
+    };
     if (fstat(STDOUT_FILENO, &out) == 0 && fstat(STDERR_FILENO, &err) == 0 &&
         out.st_dev == err.st_dev && out.st_ino == err.st_ino)
         (void)setvbuf(stdout, nullptr, _IOLBF, 0);
@@ -66,10 +68,18 @@ int main(int argc, char **argv)
         return ret;
     }
     switch (result_class(ret)) {
-    case 0x1000: uda_handle_major_err(ret); break;
-    case 0x2000: uda_handle_param_err(ret, &info); break;
-    case 0x3000: uda_handle_tool_sys_err(ret); break;
-    case 0x4000: uda_handle_kopa_err(ret); break;
+    case 0x1000:
+        uda_handle_major_err(ret);
+        break;
+    case 0x2000:
+        uda_handle_param_err(ret, &info);
+        break;
+    case 0x3000:
+        uda_handle_tool_sys_err(ret);
+        break;
+    case 0x4000:
+        uda_handle_kopa_err(ret);
+        break;
     default:
         (void)fputs("Cmd execute failed!\n", stderr);
         DRV_ERR("Cmd execute failed!");

@@ -3,10 +3,11 @@
 
 #include <cstring>
 
-#include "log/driver_log.hpp"
 #include "base/result.hpp"
+#include "log/driver_log.hpp"
 
-namespace {
+namespace
+{
 
 bool spelled(const option_item &item, const char *word)
 {
@@ -14,7 +15,7 @@ bool spelled(const option_item &item, const char *word)
            (item.name2 != nullptr && strcmp(item.name2, word) == 0);
 }
 
-}  // namespace
+} // namespace
 
 int32_t major_command_option(option_parser *parser, const char *name1, const char *name2,
                              bool takes_value, const char **value)

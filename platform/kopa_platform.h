@@ -60,8 +60,8 @@ int kopa_cmd_get_network_device_info(unsigned int logic_id, void *req, unsigned 
 
 /* ---- libkelvar_hal.so --------------------------------------------------------------------- */
 
-#define KELVAR_LOG_TYPE_DRV 10      /**< log type of every driver-log line of the tool */
-#define KELVAR_MODULE_DEVMGMT 17    /**< the device-management module */
+#define KELVAR_LOG_TYPE_DRV 10   /**< log type of every driver-log line of the tool */
+#define KELVAR_MODULE_DEVMGMT 17 /**< the device-management module */
 #define KELVAR_LEVEL_ERROR 3
 #define KELVAR_LEVEL_WARNING 4
 #define KELVAR_LEVEL_DEBUG 6
@@ -90,22 +90,22 @@ void kelvar_log_print(int log_type, int level, const char *fmt, ...)
 
 #pragma pack(push, 1)
 
-struct ds_req {              /* 2044 bytes */
+struct ds_req { /* 2044 bytes */
     uint32_t logic_id;
     uint32_t reserved0;
     uint32_t opcode;
     uint32_t frag;
     uint32_t direction;
-    uint32_t size_in;        /* payload length of the whole command */
-    uint32_t size_out;       /* caller's output capacity at the start of the command */
-    uint32_t copy_size;      /* payload bytes in this packet */
+    uint32_t size_in;   /* payload length of the whole command */
+    uint32_t size_out;  /* caller's output capacity at the start of the command */
+    uint32_t copy_size; /* payload bytes in this packet */
     uint32_t tgid;
     uint32_t reserved1;
     uint32_t client_pid;
     uint8_t info[KOPA_PKT_PAYLOAD];
 };
 
-struct ds_rsp {              /* 2028 bytes */
+struct ds_rsp { /* 2028 bytes */
     uint32_t reserved0;
     int32_t result;
     uint32_t reserved1;
@@ -117,29 +117,29 @@ struct ds_rsp {              /* 2028 bytes */
 
 /* ---- Operation records (offsets in bytes, all packed) ------------------------------------ */
 
-struct kopa_gateway_record {  /* 12: set/delete request, get reply */
-    uint32_t port;            /* request: port id 0; reply: physical id holding the gateway */
-    uint32_t gateway;         /* network byte order */
+struct kopa_gateway_record { /* 12: set/delete request, get reply */
+    uint32_t port;           /* request: port id 0; reply: physical id holding the gateway */
+    uint32_t gateway;        /* network byte order */
     uint32_t reserved;
 };
 
-struct kopa_mac_record {      /* 6 */
-    uint8_t mac[6];           /* first octet first */
+struct kopa_mac_record { /* 6 */
+    uint8_t mac[6];      /* first octet first */
 };
 
 struct kopa_link_set_record { /* 4 */
     uint8_t port_id;
-    uint8_t state;            /* 0 down */
+    uint8_t state; /* 0 down */
     uint16_t reserved;
 };
 
-struct kopa_mtu_record {      /* 5: set request and get reply */
+struct kopa_mtu_record { /* 5: set request and get reply */
     uint8_t port_id;
     uint32_t mtu;
 };
 
-struct kopa_route_record {    /* 12 */
-    uint32_t destination;     /* network byte order */
+struct kopa_route_record { /* 12 */
+    uint32_t destination;  /* network byte order */
     uint32_t netmask;
     uint32_t gateway;
 };
@@ -151,7 +151,7 @@ struct kopa_roce_port_record { /* 6: set request and get reply */
 
 struct kopa_cfg_status_record { /* 8: set request, get request and reply */
     uint32_t port_id;
-    uint32_t status;          /* get request: reserved */
+    uint32_t status; /* get request: reserved */
 };
 
 struct kopa_port_value_record { /* 8: tls enable / tls alarm */
@@ -160,7 +160,7 @@ struct kopa_port_value_record { /* 8: tls enable / tls alarm */
 };
 
 #define KOPA_ENVELOPE_KEY_MAX 2048u
-struct kopa_envelope_pub_key {  /* 2052 */
+struct kopa_envelope_pub_key { /* 2052 */
     uint32_t key_len;
     char key[KOPA_ENVELOPE_KEY_MAX]; /* PEM "BEGIN PUBLIC KEY" block */
 };
@@ -170,7 +170,7 @@ struct kopa_envelope_pub_key {  /* 2052 */
 #define TLS_CFG_OFF_CERT_COUNT 8u
 #define TLS_CFG_OFF_CRL_LEN 28u
 #define TLS_CFG_OFF_KEY_LEN 32u
-#define TLS_CFG_OFF_CERT_LEN 92u     /* + 4 * i, i = 0..14 */
+#define TLS_CFG_OFF_CERT_LEN 92u /* + 4 * i, i = 0..14 */
 #define TLS_CFG_OFF_CERT_TOTAL 152u
 #define TLS_CFG_OFF_PWD_LEN 164u
 #define TLS_CFG_OFF_PWD_ENC_LEN 168u
@@ -179,7 +179,7 @@ struct kopa_envelope_pub_key {  /* 2052 */
 #define TLS_CFG_OFF_TAG 1008u
 #define TLS_CFG_OFF_KEY 1188u
 #define TLS_CFG_KEY_MAX 5120u
-#define TLS_CFG_OFF_CERT 6308u       /* + 2048 * i, i = 0..14 */
+#define TLS_CFG_OFF_CERT 6308u /* + 2048 * i, i = 0..14 */
 #define TLS_CFG_CERT_MAX 2048u
 #define TLS_CFG_CERT_SLOTS 15u
 #define TLS_CFG_OFF_CRL 37028u
@@ -190,65 +190,65 @@ struct kopa_envelope_pub_key {  /* 2052 */
 #define TLS_CFG_OFF_SYMM_KEY 57528u
 #define TLS_CFG_SYMM_KEY_MAX 512u
 
-struct kopa_tls_cert_info {   /* 124: one stored item, as a query returns it */
+struct kopa_tls_cert_info { /* 124: one stored item, as a query returns it */
     uint32_t alarm_days;
-    uint32_t tls_switch;      /* 0 disabled, 1 enabled */
-    char issuer[64];          /* OpenSSL one-line DN */
-    char start_time[26];      /* asctime form without the newline, UTC */
+    uint32_t tls_switch; /* 0 disabled, 1 enabled */
+    char issuer[64];     /* OpenSSL one-line DN */
+    char start_time[26]; /* asctime form without the newline, UTC */
     char end_time[26];
 };
 #define KOPA_TLS_CERT_INFO_MAX 16u
 
 /* Records of the remaining operations: the project's own layouts. */
 
-struct kopa_dscp_map_set {    /* 8 */
-    uint8_t dscp;             /* 0..63 */
-    uint8_t tc;               /* 0..7 */
+struct kopa_dscp_map_set { /* 8 */
+    uint8_t dscp;          /* 0..63 */
+    uint8_t tc;            /* 0..7 */
     uint8_t reserved[6];
 };
-struct kopa_dscp_map {        /* 64: traffic class of each DSCP value */
+struct kopa_dscp_map { /* 64: traffic class of each DSCP value */
     uint8_t tc[64];
 };
 
-struct kopa_shaping_set {     /* 4 */
-    uint32_t bw_limit;        /* Mbit/s */
+struct kopa_shaping_set { /* 4 */
+    uint32_t bw_limit;    /* Mbit/s */
 };
-struct kopa_shaping_info {    /* 28 */
+struct kopa_shaping_info { /* 28 */
     uint32_t bw_limit;
     uint32_t max_bw;
     uint32_t reserved[5];
 };
 
-struct kopa_fec_set {         /* 1 */
+struct kopa_fec_set { /* 1 */
     uint8_t mode;
 };
-struct kopa_u32_value {       /* 4: speed, duplex, fec, vnic link, link state, tc used */
+struct kopa_u32_value { /* 4: speed, duplex, fec, vnic link, link state, tc used */
     uint32_t value;
 };
 
-struct kopa_pfc_info {        /* 8 */
-    uint8_t bitmap;           /* one bit per priority */
+struct kopa_pfc_info { /* 8 */
+    uint8_t bitmap;    /* one bit per priority */
     uint8_t reserved[7];
 };
 
-struct kopa_tc_cfg_set {      /* 64 */
-    uint32_t tc_bw[8];        /* percent per traffic class */
-    uint32_t tc_mode[8];      /* 0 strict, 1 weighted */
+struct kopa_tc_cfg_set { /* 64 */
+    uint32_t tc_bw[8];   /* percent per traffic class */
+    uint32_t tc_mode[8]; /* 0 strict, 1 weighted */
 };
-struct kopa_tc_cfg_info {     /* 96 */
+struct kopa_tc_cfg_info { /* 96 */
     uint32_t tc_bw[8];
     uint32_t tc_mode[8];
     uint32_t tc_buf[8];
 };
 
-struct kopa_prio_tc_info {    /* 8 */
+struct kopa_prio_tc_info { /* 8 */
     uint8_t tc_of_prio[8];
 };
 
-struct kopa_garp_info {       /* 46 */
+struct kopa_garp_info { /* 46 */
     uint32_t port_id;
-    uint32_t period;          /* seconds */
-    uint32_t status;          /* 0 off, 1 on */
+    uint32_t period; /* seconds */
+    uint32_t status; /* 0 off, 1 on */
     uint8_t mac[6];
     uint32_t ip;
     uint8_t reserved[24];
@@ -263,80 +263,80 @@ struct kopa_garp_info {       /* 46 */
  * X(name, opcode, size_in, size_out); KOPA_SIZE_CALLER marks a length given by the caller. */
 #define KOPA_SIZE_CALLER 0xFFFFFFFFu
 
-#define KOPA_OPERATIONS(X)                                              \
-    X(set_net_detect_ip_address, 0x01, 4, 0)                            \
-    X(get_net_detect_ip_address, 0x22, 0, 4)                            \
-    X(set_default_gateway_address, 0x03, 12, 0)                         \
-    X(del_default_gateway_address, 0x04, 12, 0)                         \
-    X(get_default_gateway_address, 0x05, 0, 12)                         \
-    X(lldp_get_neighbor_info, 0x02, 0, 2000)                            \
-    X(get_mac_address, 0x06, 0, 6)                                      \
-    X(set_mac_address, 0x0B, 6, 0)                                      \
-    X(set_netdev_link, 0x07, 4, 0)                                      \
-    X(get_netdev_link, 0x08, 0, 4)                                      \
-    X(set_mtu, 0x09, 5, 0)                                              \
-    X(get_mtu, 0x0A, 0, 5)                                              \
-    X(set_dscp_map, 0x0C, 8, 0)                                         \
-    X(get_dscp_map, 0x0D, 0, 64)                                        \
-    X(set_port_shaping, 0x15, 4, 0)                                     \
-    X(get_port_shaping, 0x16, 0, 28)                                    \
-    X(get_route_table, 0x0F, 0, KOPA_SIZE_CALLER)                       \
-    X(add_route_table, 0x1D, 12, KOPA_SIZE_CALLER)                      \
-    X(del_route_table, 0x1E, 12, KOPA_SIZE_CALLER)                      \
-    X(get_pci_info, 0x10, 0, KOPA_SIZE_CALLER)                          \
-    X(get_roce_context, 0x11, 8, KOPA_SIZE_CALLER)                      \
-    X(get_eth_reg_info, 0x12, 0, KOPA_SIZE_CALLER)                      \
-    X(get_network_register, 0x23, 4, KOPA_SIZE_CALLER)                  \
-    X(get_optical_info, 0x13, 0, 156)                                   \
-    X(get_netdev_stat, 0x14, 0, 376)                                    \
-    X(get_tls_cfg, 0x18, 0, KOPA_SIZE_CALLER)                           \
-    X(clear_netdev_stat, 0x21, 0, 0)                                    \
-    X(set_tls_cfg, 0x17, 58040, 0)                                      \
-    X(clear_tls_cfg, 0x24, 4, 0)                                        \
-    X(set_tls_enable, 0x19, 8, 0)                                       \
-    X(set_tls_alarm, 0x1A, 8, 0)                                        \
-    X(get_firmware_version, 0x1C, 0, KOPA_SIZE_CALLER)                  \
-    X(get_device_process, 0x20, 0, KOPA_SIZE_CALLER)                    \
-    X(get_vnic_status, 0x1F, 0, 4)                                      \
-    X(get_tls_digital_envelope_pub_ky, 0x25, 0, 2052)                   \
-    X(set_roce_port, 0x26, 6, 0)                                        \
-    X(get_roce_port, 0x27, 0, 6)                                        \
-    X(set_cfg_status, 0x28, 8, 0)                                       \
-    X(get_cfg_status, 0x29, 8, 8)                                       \
-    X(get_netdev_status, 0x2A, 0, KOPA_SIZE_CALLER)                     \
-    X(set_generic_info, 0x2B, KOPA_SIZE_CALLER, 0)                      \
-    X(get_link_his_stat, 0x2C, 0, KOPA_SIZE_CALLER)                     \
-    X(clear_link_his_stat, 0x2D, 0, 0)                                  \
-    X(get_roce_dfx_len, 0x2E, 0, KOPA_SIZE_CALLER)                      \
-    X(get_roce_dfx_data, 0x2F, 4, KOPA_SIZE_CALLER)                     \
-    X(get_roce_perftest_status, 0x82, KOPA_SIZE_CALLER, 10)             \
-    X(get_roce_perftest_report, 0x83, KOPA_SIZE_CALLER, KOPA_SIZE_CALLER) \
-    X(stop_roce_perftest, 0x84, KOPA_SIZE_CALLER, 0)                    \
-    X(reset_roce_perftest, 0x100, 0, 2000)                              \
-    X(get_eth_speed, 0x85, 0, 4)                                        \
-    X(get_eth_duplex, 0x86, 0, 4)                                       \
-    X(get_ssu_reg, 0x87, 0, KOPA_SIZE_CALLER)                           \
-    X(get_serdes_ctle_info, 0x88, 0, 230)                               \
-    X(get_serdes_dfe_info, 0x89, 0, 160)                                \
-    X(get_serdes_ffe_info, 0x90, 0, 50)                                 \
-    X(get_fec_info, 0x91, 0, 4)                                         \
-    X(set_fec_info, 0x103, 1, 0)                                        \
-    X(get_pcs_info, 0x92, 0, 904)                                       \
-    X(get_adapt_status_info, 0x99, 4, 144)                              \
-    X(trig_query_cdr_info, 0x95, KOPA_SIZE_CALLER, 8)                   \
-    X(query_mac_lane_cdr_info, 0x96, 0, 120)                            \
-    X(get_cdr_reg_info, 0x97, 480, 480)                                 \
-    X(get_pfc_enabled, 0x9A, 0, 8)                                      \
-    X(set_pfc_enabled, 0x9B, KOPA_SIZE_CALLER, 0)                       \
-    X(get_tc_cfg, 0x9C, 0, 96)                                          \
-    X(set_tc_cfg, 0x9D, 64, 0)                                          \
-    X(get_current_tc_used, 0x9E, 4, 4)                                  \
-    X(get_prio_tc_info, 0x101, 0, KOPA_SIZE_CALLER)                     \
-    X(set_prio_tc_info, 0x102, KOPA_SIZE_CALLER, 0)                     \
-    X(ping_fun, 0x9F, KOPA_SIZE_CALLER, KOPA_SIZE_CALLER)               \
-    X(get_gratuitous_arp_info, 0x104, 4, 46)                            \
-    X(set_gratuitous_arp_info, 0x105, KOPA_SIZE_CALLER, 0)              \
-    X(set_optical_auto_adapt, 0x30, KOPA_SIZE_CALLER, 0)                \
+#define KOPA_OPERATIONS(X)                                                                         \
+    X(set_net_detect_ip_address, 0x01, 4, 0)                                                       \
+    X(get_net_detect_ip_address, 0x22, 0, 4)                                                       \
+    X(set_default_gateway_address, 0x03, 12, 0)                                                    \
+    X(del_default_gateway_address, 0x04, 12, 0)                                                    \
+    X(get_default_gateway_address, 0x05, 0, 12)                                                    \
+    X(lldp_get_neighbor_info, 0x02, 0, 2000)                                                       \
+    X(get_mac_address, 0x06, 0, 6)                                                                 \
+    X(set_mac_address, 0x0B, 6, 0)                                                                 \
+    X(set_netdev_link, 0x07, 4, 0)                                                                 \
+    X(get_netdev_link, 0x08, 0, 4)                                                                 \
+    X(set_mtu, 0x09, 5, 0)                                                                         \
+    X(get_mtu, 0x0A, 0, 5)                                                                         \
+    X(set_dscp_map, 0x0C, 8, 0)                                                                    \
+    X(get_dscp_map, 0x0D, 0, 64)                                                                   \
+    X(set_port_shaping, 0x15, 4, 0)                                                                \
+    X(get_port_shaping, 0x16, 0, 28)                                                               \
+    X(get_route_table, 0x0F, 0, KOPA_SIZE_CALLER)                                                  \
+    X(add_route_table, 0x1D, 12, KOPA_SIZE_CALLER)                                                 \
+    X(del_route_table, 0x1E, 12, KOPA_SIZE_CALLER)                                                 \
+    X(get_pci_info, 0x10, 0, KOPA_SIZE_CALLER)                                                     \
+    X(get_roce_context, 0x11, 8, KOPA_SIZE_CALLER)                                                 \
+    X(get_eth_reg_info, 0x12, 0, KOPA_SIZE_CALLER)                                                 \
+    X(get_network_register, 0x23, 4, KOPA_SIZE_CALLER)                                             \
+    X(get_optical_info, 0x13, 0, 156)                                                              \
+    X(get_netdev_stat, 0x14, 0, 376)                                                               \
+    X(get_tls_cfg, 0x18, 0, KOPA_SIZE_CALLER)                                                      \
+    X(clear_netdev_stat, 0x21, 0, 0)                                                               \
+    X(set_tls_cfg, 0x17, 58040, 0)                                                                 \
+    X(clear_tls_cfg, 0x24, 4, 0)                                                                   \
+    X(set_tls_enable, 0x19, 8, 0)                                                                  \
+    X(set_tls_alarm, 0x1A, 8, 0)                                                                   \
+    X(get_firmware_version, 0x1C, 0, KOPA_SIZE_CALLER)                                             \
+    X(get_device_process, 0x20, 0, KOPA_SIZE_CALLER)                                               \
+    X(get_vnic_status, 0x1F, 0, 4)                                                                 \
+    X(get_tls_digital_envelope_pub_ky, 0x25, 0, 2052)                                              \
+    X(set_roce_port, 0x26, 6, 0)                                                                   \
+    X(get_roce_port, 0x27, 0, 6)                                                                   \
+    X(set_cfg_status, 0x28, 8, 0)                                                                  \
+    X(get_cfg_status, 0x29, 8, 8)                                                                  \
+    X(get_netdev_status, 0x2A, 0, KOPA_SIZE_CALLER)                                                \
+    X(set_generic_info, 0x2B, KOPA_SIZE_CALLER, 0)                                                 \
+    X(get_link_his_stat, 0x2C, 0, KOPA_SIZE_CALLER)                                                \
+    X(clear_link_his_stat, 0x2D, 0, 0)                                                             \
+    X(get_roce_dfx_len, 0x2E, 0, KOPA_SIZE_CALLER)                                                 \
+    X(get_roce_dfx_data, 0x2F, 4, KOPA_SIZE_CALLER)                                                \
+    X(get_roce_perftest_status, 0x82, KOPA_SIZE_CALLER, 10)                                        \
+    X(get_roce_perftest_report, 0x83, KOPA_SIZE_CALLER, KOPA_SIZE_CALLER)                          \
+    X(stop_roce_perftest, 0x84, KOPA_SIZE_CALLER, 0)                                               \
+    X(reset_roce_perftest, 0x100, 0, 2000)                                                         \
+    X(get_eth_speed, 0x85, 0, 4)                                                                   \
+    X(get_eth_duplex, 0x86, 0, 4)                                                                  \
+    X(get_ssu_reg, 0x87, 0, KOPA_SIZE_CALLER)                                                      \
+    X(get_serdes_ctle_info, 0x88, 0, 230)                                                          \
+    X(get_serdes_dfe_info, 0x89, 0, 160)                                                           \
+    X(get_serdes_ffe_info, 0x90, 0, 50)                                                            \
+    X(get_fec_info, 0x91, 0, 4)                                                                    \
+    X(set_fec_info, 0x103, 1, 0)                                                                   \
+    X(get_pcs_info, 0x92, 0, 904)                                                                  \
+    X(get_adapt_status_info, 0x99, 4, 144)                                                         \
+    X(trig_query_cdr_info, 0x95, KOPA_SIZE_CALLER, 8)                                              \
+    X(query_mac_lane_cdr_info, 0x96, 0, 120)                                                       \
+    X(get_cdr_reg_info, 0x97, 480, 480)                                                            \
+    X(get_pfc_enabled, 0x9A, 0, 8)                                                                 \
+    X(set_pfc_enabled, 0x9B, KOPA_SIZE_CALLER, 0)                                                  \
+    X(get_tc_cfg, 0x9C, 0, 96)                                                                     \
+    X(set_tc_cfg, 0x9D, 64, 0)                                                                     \
+    X(get_current_tc_used, 0x9E, 4, 4)                                                             \
+    X(get_prio_tc_info, 0x101, 0, KOPA_SIZE_CALLER)                                                \
+    X(set_prio_tc_info, 0x102, KOPA_SIZE_CALLER, 0)                                                \
+    X(ping_fun, 0x9F, KOPA_SIZE_CALLER, KOPA_SIZE_CALLER)                                          \
+    X(get_gratuitous_arp_info, 0x104, 4, 46)                                                       \
+    X(set_gratuitous_arp_info, 0x105, KOPA_SIZE_CALLER, 0)                                         \
+    X(set_optical_auto_adapt, 0x30, KOPA_SIZE_CALLER, 0)                                           \
     X(get_eth_test_info, 0x31, 1, KOPA_SIZE_CALLER)
 
 /** Opcode constants: KOPA_OP_set_mtu, KOPA_OP_get_mtu, ... */

@@ -5,7 +5,7 @@ set -euo pipefail
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok installed'; }
 for pkg in g++ cmake ninja-build pkg-config libssl-dev openssl libgtest-dev libgmock-dev \
-           libbenchmark-dev iproute2; do
+           libbenchmark-dev iproute2 clang-format; do
   have_pkg "$pkg" || need+=("$pkg")
 done
 

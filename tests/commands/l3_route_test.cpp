@@ -108,12 +108,12 @@ TEST_F(RouteCmdTest, KeysOfDeviceOneReachTheSameRouteOfDeviceEleven)
     };
     const std::string line1 = "route_address_20.0.0.0_netmask_255.0.0.0_1=gateway_10.0.0.1\n";
     const std::string line11 = "route_address_20.0.0.0_netmask_255.0.0.0_11=gateway_10.0.0.9\n";
-    ASSERT_EQ(tool("11", {"-a", "address", "20.0.0.0", "netmask", "255.0.0.0", "gateway",
-                          "10.0.0.9"})
-                  .status,
-              0);
-    ProcResult r = tool("1", {"-a", "address", "20.0.0.0", "netmask", "255.0.0.0", "gateway",
-                              "10.0.0.1"});
+    ASSERT_EQ(
+        tool("11", {"-a", "address", "20.0.0.0", "netmask", "255.0.0.0", "gateway", "10.0.0.9"})
+            .status,
+        0);
+    ProcResult r =
+        tool("1", {"-a", "address", "20.0.0.0", "netmask", "255.0.0.0", "gateway", "10.0.0.1"});
     EXPECT_EQ(r.status, 7);
     EXPECT_EQ(r.out, "Route already exist in routing table!\n");
     EXPECT_EQ(big.conf(), line11);

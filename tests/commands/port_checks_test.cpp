@@ -6,9 +6,12 @@
 
 #include "commands/port_settings.hpp"
 
-namespace {
+namespace
+{
 
-class PortChecksTest : public ::testing::Test {};
+class PortChecksTest : public ::testing::Test
+{
+};
 
 TEST_F(PortChecksTest, MacFilterRefusesReservedAddressesCaseSensitively)
 {
@@ -31,11 +34,18 @@ TEST_F(PortChecksTest, MtuTextMustBeDigitsWithinTheMaximum)
     };
     // The range 68..9702 is the setter's: 67 is a well-formed text.
     const Case cases[] = {
-        {"68", 0, 68},      {"9702", 0, 9702},   {"67", 0, 67},
-        {"9703", 8206, 0},  {"100000", 8206, 0}, {"1500a", 8193, 0},
-        {"+1500", 8193, 0}, {" 1500", 8193, 0},  {"01500", 8206, 0},
+        {"68", 0, 68},
+        {"9702", 0, 9702},
+        {"67", 0, 67},
+        {"9703", 8206, 0},
+        {"100000", 8206, 0},
+        {"1500a", 8193, 0},
+        {"+1500", 8193, 0},
+        {" 1500", 8193, 0},
+        {"01500", 8206, 0},
         // Longer texts would not fit the saved value's replay buffer, and could wrap.
-        {"000000001500", 8206, 0}, {"000000004294967364", 8206, 0},
+        {"000000001500", 8206, 0},
+        {"000000004294967364", 8206, 0},
     };
     for (const Case &c : cases) {
         uint32_t mtu = 0;
@@ -46,4 +56,4 @@ TEST_F(PortChecksTest, MtuTextMustBeDigitsWithinTheMaximum)
     EXPECT_EQ(tool_check_mtu(nullptr, &mtu), 8193);
 }
 
-}  // namespace
+} // namespace

@@ -11,7 +11,8 @@
 #include "commands/replay.hpp"
 #include "tests/support/tool_sandbox.hpp"
 
-namespace {
+namespace
+{
 
 const char *kHelpMtu = "   [-s]        : set mtu cfg \n       size %d : set mtu size, from 68 to "
                        "9702\n   [-g]        : get mtu cfg\n";
@@ -32,8 +33,9 @@ std::string usage(const std::string &cmd, const char *help)
     return "[ vorn_tool -i dev_id " + cmd + " ] needs the following parameters:\n" + help + "\n";
 }
 
-class PortCommandsTest : public ::testing::Test {
-protected:
+class PortCommandsTest : public ::testing::Test
+{
+  protected:
     ToolSandbox sb_{{"--devices", "2"}};
 
     ProcResult run(std::vector<std::string> args) const
@@ -53,8 +55,10 @@ protected:
     // Number of run-log CONFIG lines, each stamped and attributed, that carry `text`.
     int config_lines(const std::string &text) const
     {
-        const std::regex line("CONFIG MAJOR [^ ]*\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} "
-                              "[^ ]+ [^ :]+:\\d+ >>> " + text + "\n");
+        const std::regex line(
+            "CONFIG MAJOR [^ ]*\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} "
+            "[^ ]+ [^ :]+:\\d+ >>> " +
+            text + "\n");
         std::string log = sb_.run_log();
         return static_cast<int>(std::distance(std::sregex_iterator(log.begin(), log.end(), line),
                                               std::sregex_iterator()));
@@ -71,15 +75,24 @@ TEST_F(PortCommandsTest, SettingsAtTheirBoundsReachDeviceFileAndGet)
     const Case cases[] = {
         {{"-mtu", "-s", "size", "68"}, "mtu", "68", "mtu_0=68\n", "mtu:68\n", mtu_cfg},
         {{"-mtu", "-s", "size", "9702"}, "mtu", "9702", "mtu_0=9702\n", "mtu:9702\n", mtu_cfg},
-        {{"-mac", "-s", "mac", "aB:cD:eF:01:23:45"}, "mac", "ab:cd:ef:01:23:45",
-         "mtu_0=9702\nmac_addr_0=aB:cD:eF:01:23:45\n", "mac addr: ab:cd:ef:01:23:45\n",
+        {{"-mac", "-s", "mac", "aB:cD:eF:01:23:45"},
+         "mac",
+         "ab:cd:ef:01:23:45",
+         "mtu_0=9702\nmac_addr_0=aB:cD:eF:01:23:45\n",
+         "mac addr: ab:cd:ef:01:23:45\n",
          "start to set mac address of logic_id\\[0\\]"},
         // The reserved texts compare case-sensitively: a mixed-case broadcast passes.
-        {{"-mac", "-s", "mac", "ff:FF:ff:FF:ff:FF"}, "mac", "ff:ff:ff:ff:ff:ff",
-         "mtu_0=9702\nmac_addr_0=ff:FF:ff:FF:ff:FF\n", "mac addr: ff:ff:ff:ff:ff:ff\n",
+        {{"-mac", "-s", "mac", "ff:FF:ff:FF:ff:FF"},
+         "mac",
+         "ff:ff:ff:ff:ff:ff",
+         "mtu_0=9702\nmac_addr_0=ff:FF:ff:FF:ff:FF\n",
+         "mac addr: ff:ff:ff:ff:ff:ff\n",
          "start to set mac address of logic_id\\[0\\]"},
-        {{"-udp", "-s", "port", "65535"}, "udp-port", "65535",
-         "mtu_0=9702\nmac_addr_0=ff:FF:ff:FF:ff:FF\nroce_port_0=65535\n", "udp_port:65535\n",
+        {{"-udp", "-s", "port", "65535"},
+         "udp-port",
+         "65535",
+         "mtu_0=9702\nmac_addr_0=ff:FF:ff:FF:ff:FF\nroce_port_0=65535\n",
+         "udp_port:65535\n",
          "start to set roce_port of logic_id\\[0\\]"},
     };
     for (const Case &c : cases) {
@@ -115,7 +128,9 @@ TEST_F(PortCommandsTest, RefusedCommandLinesLeaveDeviceAndFileAlone)
         {{"-mtu", "-s", "size", "+1500"}, 0x01, "", invalid},
         {{"-mtu", "-s", "Size", "1500"}, 0x03, "", "Get unknown option , do you mean size\n" + mtu},
         {{"-mtu", "-g", "1500"}, 0x05, "", count + mtu},
-        {{"-link", "-s", "up"}, 0x03, "",
+        {{"-link", "-s", "up"},
+         0x03,
+         "",
          "Get unknown option, do you mean down\n" + usage("-link", kHelpLink)},
         {{"-mac", "-s", "mac", "01:11:22:33:44:55"}, 0x06, "", kMacRefused},
         {{"-mac", "-s", "mac", "11:22:33:44:55:66"}, 0x06, "", kMacRefused},
@@ -123,13 +138,17 @@ TEST_F(PortCommandsTest, RefusedCommandLinesLeaveDeviceAndFileAlone)
         {{"-mac", "-s", "mac", "01:80:c2:00:00:0E"}, 0x06, "", kMacRefused},
         {{"-mac", "-s", "mac", "00:11:22:33:44:555"}, 0x06, "", kMacRefused},
         {{"-mac", "-s", "mac", "00-11-22-33-44-55"}, 0x06, "", kMacRefused},
-        {{"-mac", "-s", "address", "00:11:22:33:44:55"}, 0x03, "",
+        {{"-mac", "-s", "address", "00:11:22:33:44:55"},
+         0x03,
+         "",
          "Get unknown option, do you mean mac\n" + mac},
         {{"-mac", "-s", "mac"}, 0x05, "", count + mac},
         {{"-udp", "-s", "port", "999"}, 0x02, port, failed},
         {{"-udp", "-s", "port", "100000"}, 0x02, port, failed},
         {{"-udp", "-s", "port", "12a4"}, 0x02, port, failed},
-        {{"-udp", "-s", "Port", "4791"}, 0x03, "",
+        {{"-udp", "-s", "Port", "4791"},
+         0x03,
+         "",
          "Get unknown option, do you mean port\n" + usage("-udp", kHelpUdp)},
         {{"-net_health", "-s"}, 0x03, "", "Get unknown option!\n" + health},
         {{"-net_health"}, 0x05, "", count + health},
@@ -177,7 +196,7 @@ TEST_F(PortCommandsTest, RefusalsAreLoggedUnderTheRefusingHandler)
 {
     struct Case {
         std::vector<std::string> args;
-        std::string driver, run;  // regexes; "" when that log must not name the handler
+        std::string driver, run; // regexes; "" when that log must not name the handler
     };
     const Case cases[] = {
         {{"-mtu"}, "\\[tool_mtu_cmd_execute \\d+\\]err argc\\[0\\]\n", ""},
@@ -187,11 +206,11 @@ TEST_F(PortCommandsTest, RefusalsAreLoggedUnderTheRefusingHandler)
         {{"-udp", "-g", "x"}, "\\[tool_roce_port_cmd_execute \\d+\\]err argc\\[2\\]\n", ""},
         {{"-vnic", "-s"}, "", "PROMPT MINOR .* cmd\\.cpp:\\d+ >>> invalid operation\n"},
         {{"-mac", "-s", "address", "00:11:22:33:44:55"},
-         "\\[tool_mac_set_cmd \\d+\\]Invalid option\\.\n.*\\[tool_mac_set_cmd \\d+\\]Get unknown option, "
+         "\\[tool_mac_set_cmd \\d+\\]Invalid option\\.\n.*\\[tool_mac_set_cmd \\d+\\]Get unknown "
+         "option, "
          "do you mean mac\n",
          ""},
-        {{"-net_health", "-s"},
-         "\\[tool_net_health_cmd_execute \\d+\\]invalid operation\n", ""},
+        {{"-net_health", "-s"}, "\\[tool_net_health_cmd_execute \\d+\\]invalid operation\n", ""},
     };
     for (const Case &c : cases) {
         SCOPED_TRACE(c.args[0] + " " + c.args.back());
@@ -226,7 +245,8 @@ TEST_F(PortCommandsTest, SaveFailureReportsItemAndKeepsDeviceChange)
 {
     const std::string tail = " User configurations cannot be persisted";
     const std::vector<std::string> cases[] = {
-        {"-mtu", "size", "9000", "mtu", "9000", "Failed to write the MTU to the config file, and "
+        {"-mtu", "size", "9000", "mtu", "9000",
+         "Failed to write the MTU to the config file, and "
          "user configurations cannot be persisted.\n"},
         {"-mac", "mac", "00:11:22:33:44:55", "mac", "00:11:22:33:44:55",
          "Failed to write the MAC address to config file." + tail + "\n"},
@@ -244,8 +264,9 @@ TEST_F(PortCommandsTest, SaveFailureReportsItemAndKeepsDeviceChange)
     }
 }
 
-class PortReplayTest : public PortCommandsTest {
-protected:
+class PortReplayTest : public PortCommandsTest
+{
+  protected:
     void SetUp() override
     {
         for (const auto &[k, v] : sb_.env())
@@ -287,4 +308,4 @@ TEST_F(PortReplayTest, SavedValuesAreSetAgainAndAbsentKeysAreSuccess)
     EXPECT_EQ(sb_.emu({"get", "1", "udp-port"}).out, "6000\n");
 }
 
-}  // namespace
+} // namespace

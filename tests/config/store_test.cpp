@@ -134,7 +134,7 @@ TEST_F(StoreTest, HandEditedLastLineWithoutNewlineIsNotGluedToTheNextWrite)
 
 TEST_F(StoreTest, UnreadableFileIsAnAccessErrorNotAMissingKey)
 {
-    ASSERT_EQ(mkdir(path_.c_str(), 0755), 0);  // a directory where the file should be
+    ASSERT_EQ(mkdir(path_.c_str(), 0755), 0); // a directory where the file should be
     int ret = -1;
     (void)read("mtu_1", &ret);
     EXPECT_EQ(ret, kErrSysRead);

@@ -12,18 +12,20 @@
 #include <sstream>
 #include <string>
 
+#include "base/paths.hpp"
 #include "log/run_log.hpp"
 #include "main/identity.hpp"
-#include "base/paths.hpp"
 
 namespace fs = std::filesystem;
 
-namespace {
+namespace
+{
 
 constexpr size_t kRotateAt = 5242880;
 
-class RunLogTest : public ::testing::Test {
-protected:
+class RunLogTest : public ::testing::Test
+{
+  protected:
     std::string root_;
     std::string dir_;
 
@@ -58,7 +60,8 @@ protected:
     }
     static mode_t mode_of(const std::string &path)
     {
-        struct stat st {};
+        struct stat st {
+        };
         return stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
     }
     // A log just below the rotation point, made of whole lines.
@@ -80,8 +83,12 @@ TEST_F(RunLogTest, StampFollowsTheUserNameWithoutABlank)
     RUN_LOG_CONFIG("Start to set x of logic_id[%d]\n", 3);
     std::string user = vorn_get_g_usr_name();
     std::string stamp = "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}";
-    std::regex want("PROMPT MINOR " + user + stamp + " 127\\.0\\.0\\.1 run_log_test\\.cpp:\\d+ >>> hello 42\n"
-                    "CONFIG MAJOR " + user + stamp + " 127\\.0\\.0\\.1 run_log_test\\.cpp:\\d+ >>> Start to set x of logic_id\\[3\\]\n");
+    std::regex want(
+        "PROMPT MINOR " + user + stamp +
+        " 127\\.0\\.0\\.1 run_log_test\\.cpp:\\d+ >>> hello 42\n"
+        "CONFIG MAJOR " +
+        user + stamp +
+        " 127\\.0\\.0\\.1 run_log_test\\.cpp:\\d+ >>> Start to set x of logic_id\\[3\\]\n");
     EXPECT_TRUE(std::regex_match(slurp(log_path()), want)) << slurp(log_path());
     EXPECT_EQ(mode_of(dir_), 0640u);
     EXPECT_EQ(mode_of(log_path()), 0640u);
@@ -92,7 +99,8 @@ TEST_F(RunLogTest, OverlongTextIsRefusedWholeAndSaidOnStdout)
     testing::internal::CaptureStdout();
     RUN_LOG_PROMPT("%s\n", std::string(1100, 'z').c_str());
     std::string out = testing::internal::GetCapturedStdout();
-    EXPECT_TRUE(std::regex_match(out, std::regex("copy format to logStr failed, ret\\[-?\\d+\\]\n")))
+    EXPECT_TRUE(
+        std::regex_match(out, std::regex("copy format to logStr failed, ret\\[-?\\d+\\]\n")))
         << out;
     EXPECT_EQ(slurp(log_path()).find('z'), std::string::npos);
 }
@@ -101,7 +109,9 @@ TEST_F(RunLogTest, NeverWritesThroughASymbolicLink)
 {
     fs::create_directories(dir_);
     std::string target = root_ + "/elsewhere";
-    { std::ofstream(target) << "keep\n"; }
+    {
+        std::ofstream(target) << "keep\n";
+    }
     fs::create_symlink(target, log_path());
     RUN_LOG_PROMPT("secret\n");
     EXPECT_EQ(slurp(target), "keep\n");
@@ -113,7 +123,8 @@ TEST_F(RunLogTest, FullLogBecomesReadOnlyOldAndANewLogStarts)
     std::string before = slurp(log_path());
     // 80 bytes with the stamp and prefix: 5242800 + 80 reaches the rotation point.
     std::string user = vorn_get_g_usr_name();
-    std::string probe = "PROMPT MINOR " + user + "2026-01-01 00:00:00.000 127.0.0.1 run_log_test.cpp:1 >>> ";
+    std::string probe =
+        "PROMPT MINOR " + user + "2026-01-01 00:00:00.000 127.0.0.1 run_log_test.cpp:1 >>> ";
     std::string text(80 - probe.size() - 1, 'n');
     RUN_LOG_PROMPT("%s\n", text.c_str());
     EXPECT_EQ(slurp(old_path()), before);
@@ -169,4 +180,4 @@ TEST_F(RunLogTest, ConcurrentWritersAcrossARotationKeepEveryLineOnceAndWhole)
     EXPECT_EQ(ours, kProcs * kLines);
 }
 
-}  // namespace
+} // namespace

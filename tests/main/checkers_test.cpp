@@ -5,11 +5,12 @@
 #include <string>
 #include <vector>
 
+#include "base/result.hpp"
 #include "main/checkers.hpp"
 #include "main/option_parser.hpp"
-#include "base/result.hpp"
 
-namespace {
+namespace
+{
 
 struct CheckCase {
     int32_t (*check)(const char *);
@@ -17,7 +18,9 @@ struct CheckCase {
     int32_t want;
 };
 
-class CheckersTest : public ::testing::Test {};
+class CheckersTest : public ::testing::Test
+{
+};
 
 TEST_F(CheckersTest, TextCheckersAcceptOnlyCanonicalFormsInRange)
 {
@@ -148,8 +151,9 @@ TEST_F(CheckersTest, NetSegmentComparesOnlyMaskedBitsAndNamesTheBadInput)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "The netmask is invalid!\n");
 }
 
-class OptionParserTest : public ::testing::Test {
-protected:
+class OptionParserTest : public ::testing::Test
+{
+  protected:
     option_parser parser_{};
     const char *time_ = nullptr;
     const char *verbose_ = nullptr;
@@ -169,7 +173,7 @@ protected:
         return command_parse(&parser_, static_cast<int>(ptrs_.size()), ptrs_.data());
     }
 
-private:
+  private:
     std::vector<std::string> words_;
     std::vector<char *> ptrs_;
 };
@@ -205,4 +209,4 @@ TEST_F(OptionParserTest, RegistrationRejectsBadInputAndA65thOption)
     EXPECT_EQ(major_command_option(&parser_, "-y", nullptr, false, &out), kErrParamInvalid);
 }
 
-}  // namespace
+} // namespace

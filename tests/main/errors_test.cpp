@@ -4,15 +4,17 @@
 #include <string>
 #include <vector>
 
+#include "base/result.hpp"
 #include "main/cmd.hpp"
 #include "main/cmd_table.hpp"
 #include "main/errors.hpp"
-#include "base/result.hpp"
 
-namespace {
+namespace
+{
 
-class ErrorsTest : public ::testing::Test {
-protected:
+class ErrorsTest : public ::testing::Test
+{
+  protected:
     static constexpr int32_t kMtuRow = 9;
 
     static std::string usage()
@@ -28,11 +30,20 @@ protected:
         info.cmd_index = kMtuRow;
         ::testing::internal::CaptureStderr();
         switch (result_class(code)) {
-        case 0x1000: uda_handle_major_err(code); break;
-        case 0x2000: uda_handle_param_err(code, &info); break;
-        case 0x3000: uda_handle_tool_sys_err(code); break;
-        case 0x4000: uda_handle_kopa_err(code); break;
-        default: break;
+        case 0x1000:
+            uda_handle_major_err(code);
+            break;
+        case 0x2000:
+            uda_handle_param_err(code, &info);
+            break;
+        case 0x3000:
+            uda_handle_tool_sys_err(code);
+            break;
+        case 0x4000:
+            uda_handle_kopa_err(code);
+            break;
+        default:
+            break;
         }
         return ::testing::internal::GetCapturedStderr();
     }
@@ -74,8 +85,7 @@ TEST_F(ErrorsTest, EachCodePrintsItsTextAndUsageWhereAsked)
         {0x2016,
          "Your input password length is illegal, length must between [8] and [15]\n" + failed},
         {0x2017,
-         "The complexity of password you input is too low, please choose another one!\n" +
-             failed},
+         "The complexity of password you input is too low, please choose another one!\n" + failed},
         {0x2018, failed},
         {0x2019, "The certificate length is invalid!\n" + failed},
         {0x201E, "The host flag should be the last config item!\n" + usage() + failed},
@@ -100,4 +110,4 @@ TEST_F(ErrorsTest, EachCodePrintsItsTextAndUsageWhereAsked)
         EXPECT_EQ(printed(c.code), c.err) << std::hex << "code 0x" << c.code;
 }
 
-}  // namespace
+} // namespace

@@ -7,12 +7,14 @@
 
 #include "tests/support/tool_sandbox.hpp"
 
-namespace {
+namespace
+{
 
 const std::string kEnter = "Enter [ vorn_tool -h ] for more details.\n";
 
-class FrontEndTest : public ::testing::Test {
-protected:
+class FrontEndTest : public ::testing::Test
+{
+  protected:
     ToolSandbox sbx_;
 
     static int count_of(const std::string &text, const std::string &needle)
@@ -57,16 +59,17 @@ TEST_F(FrontEndTest, ShapeAndDeviceRefusalsPrintTheirTextAndExitWithTheLowByte)
         int code;
         std::string err;
     };
-    std::vector<std::string> too_many(63, "x");  // 64 words with the program name
+    std::vector<std::string> too_many(63, "x"); // 64 words with the program name
     std::vector<std::string> max_words = {"-i", "0", "-nosuch"};
-    max_words.resize(62, "x");  // 63 words: the count passes, the lookup fails
+    max_words.resize(62, "x"); // 63 words: the count passes, the lookup fails
     const std::string major_cmd = "Get invalid major cmd.\n" + kEnter;
     const std::string dev_id = "Get invalid device id.\n";
     const std::vector<Case> cases = {
         {{}, 0x1002, "Get invalid major cmd number. Please check your input.\n" + kEnter},
         {too_many, 0x1002, "Get invalid major cmd number. Please check your input.\n" + kEnter},
         {max_words, 0x1003, major_cmd},
-        {{"-h", "x"}, 0x1001,
+        {{"-h", "x"},
+         0x1001,
          "Get invalid major cmd type. The valid major cmd type should be \"-a\" or \"-i\".\n" +
              kEnter},
         {{"-i", "0", "-ipx"}, 0x1003, major_cmd},
@@ -77,13 +80,15 @@ TEST_F(FrontEndTest, ShapeAndDeviceRefusalsPrintTheirTextAndExitWithTheLowByte)
         {{"-i", "123", "-ip", "-g"}, 0x1005, dev_id},
         {{"-i", "1a", "-ip", "-g"}, 0x1005, dev_id},
         {{"-i", "20", "-ip", "-g", "host"}, 0x1005, dev_id},
-        {{"-i", "12", "-ip", "-g"}, 0x4001,
+        {{"-i", "12", "-ip", "-g"},
+         0x4001,
          "Device ID is invalid, device [12] is not in the device list!\nCommand execute failed!\n"},
     };
     for (const Case &c : cases) {
         ProcResult r = sbx_.tool(c.args);
-        std::string what = c.args.empty() ? "(no args)" : c.args[0] + " " +
-                           (c.args.size() > 1 ? c.args[1].substr(0, 8) : "");
+        std::string what =
+            c.args.empty() ? "(no args)"
+                           : c.args[0] + " " + (c.args.size() > 1 ? c.args[1].substr(0, 8) : "");
         EXPECT_EQ(r.status, c.code & 0xFF) << what;
         EXPECT_EQ(r.err, c.err) << what;
         EXPECT_EQ(r.out, "") << what;
@@ -106,8 +111,8 @@ TEST_F(FrontEndTest, HostModeSkipsTheDeviceLookup)
 
 TEST_F(FrontEndTest, AuditMasksSecretsAndStrangeCharacters)
 {
-    (void)sbx_.tool({"-i", "12", "-ip", "-s", "address", "10.0.0.2", "netmask", "255.0.0.0",
-                     "a:b"});
+    (void)sbx_.tool(
+        {"-i", "12", "-ip", "-s", "address", "10.0.0.2", "netmask", "255.0.0.0", "a:b"});
     (void)sbx_.tool({"-i", "12", "-tls", "-s", "path", "/x", "crl", "c.crl"});
     const std::string log = sbx_.run_log();
     const std::regex line_re(
@@ -124,20 +129,31 @@ TEST_F(FrontEndTest, AuditMasksSecretsAndStrangeCharacters)
         start = end + 1;
     }
     const std::vector<std::string> want = {
-        "input parameters: argc[10]",    "parse [0]th argv[" + std::string(vorn_tool_bin()) + "]",
-        "parse [1]th argv[-i]",          "parse [2]th argv[12]",
-        "parse [3]th argv[-ip]",         "parse [4]th argv[-s]",
-        "parse [5]th argv[address]",     "parse [6]th argv[********]",
-        "parse [7]th argv[netmask]",     "parse [8]th argv[********]",
-        "parse [9]th argv[a*b]",         "vorn tool execution failed! ret:0x4001",
-        "input parameters: argc[9]",     "parse [0]th argv[" + std::string(vorn_tool_bin()) + "]",
-        "parse [1]th argv[-i]",          "parse [2]th argv[12]",
-        "parse [3]th argv[-tls]",        "parse [4]th argv[-s]",
-        "parse [5]th argv[path]",        "parse [6]th argv[********]",
-        "parse [7]th argv[crl]",         "parse [8]th argv[********]",
+        "input parameters: argc[10]",
+        "parse [0]th argv[" + std::string(vorn_tool_bin()) + "]",
+        "parse [1]th argv[-i]",
+        "parse [2]th argv[12]",
+        "parse [3]th argv[-ip]",
+        "parse [4]th argv[-s]",
+        "parse [5]th argv[address]",
+        "parse [6]th argv[********]",
+        "parse [7]th argv[netmask]",
+        "parse [8]th argv[********]",
+        "parse [9]th argv[a*b]",
+        "vorn tool execution failed! ret:0x4001",
+        "input parameters: argc[9]",
+        "parse [0]th argv[" + std::string(vorn_tool_bin()) + "]",
+        "parse [1]th argv[-i]",
+        "parse [2]th argv[12]",
+        "parse [3]th argv[-tls]",
+        "parse [4]th argv[-s]",
+        "parse [5]th argv[path]",
+        "parse [6]th argv[********]",
+        "parse [7]th argv[crl]",
+        "parse [8]th argv[********]",
         "vorn tool execution failed! ret:0x4001",
     };
     EXPECT_EQ(texts, want);
 }
 
-}  // namespace
+} // namespace

@@ -8,10 +8,12 @@
 
 #include "main/identity.hpp"
 
-namespace {
+namespace
+{
 
-class IdentityTest : public ::testing::Test {
-protected:
+class IdentityTest : public ::testing::Test
+{
+  protected:
     void TearDown() override { unsetenv("SSH_CLIENT"); }
 };
 
@@ -51,4 +53,4 @@ TEST_F(IdentityTest, UserNameIsThatOfTheRealUserId)
     EXPECT_STREQ(vorn_get_g_usr_name(), pw->pw_name);
 }
 
-}  // namespace
+} // namespace
