@@ -42,3 +42,43 @@ inline bool format_text(char *dst, size_t size, const char *format, ...)
     va_end(args);
     return n >= 0 && static_cast<size_t>(n) < size;
 }
+
+/// Length of a MAC address text "XX:XX:XX:XX:XX:XX".
+inline constexpr size_t kMacTextLen = 17;
+
+/// The value of a hexadecimal digit of either case, or -1.
+[[nodiscard]] constexpr int hex_digit_value(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    if (c >= 'A' && c <= 'F')
+        return c - 'A' + 10;
+    return -1;
+}
+
+/// Reads the first 17 characters of `text` as a MAC address: ':' at every position p with
+/// p % 3 == 2, a hexadecimal digit at every other. Returns -1 when all are in place, with the 6
+/// bytes (first octet first) in `mac` when it is given; else the first position that is not. A
+/// shorter text fails at its terminator.
+[[nodiscard]] constexpr int mac_text_scan(const char *text, uint8_t *mac)
+{
+    uint8_t bytes[6] = {};
+    for (size_t p = 0; p < kMacTextLen; ++p) {
+        if (p % 3 == 2) {
+            if (text[p] != ':')
+                return static_cast<int>(p);
+            continue;
+        }
+        const int v = hex_digit_value(text[p]);
+        if (v < 0)
+            return static_cast<int>(p);
+        bytes[p / 3] = static_cast<uint8_t>(p % 3 == 0 ? v << 4 : bytes[p / 3] | v);
+    }
+    if (mac != nullptr) {
+        for (size_t i = 0; i < 6; ++i)
+            mac[i] = bytes[i];
+    }
+    return -1;
+}

@@ -15,24 +15,12 @@
 namespace
 {
 
-constexpr size_t kMacTextLen = 17;
 constexpr uint32_t kMacLen = 6;
 constexpr uint32_t kNetPort = 0;
 constexpr const char *kMacItem = "mac_addr";
 constexpr uint32_t kMacValueSize = 18; ///< replay buffer of the saved address
 
 constexpr CmdMask kMacMasks[] = {{"mac", 5}};
-
-int hex_value(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
 
 int32_t tool_mac_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
@@ -109,26 +97,14 @@ int32_t tool_mac_str2char(const char *text, uint8_t *mac_out, uint32_t size)
         return kErrMacInvalid;
     }
     uint8_t mac[kMacLen] = {};
-    // A text shorter than 17 stops at its terminator, which is neither ':' nor a digit.
-    for (size_t p = 0; p < kMacTextLen; ++p) {
-        char c = text[p];
-        if (p % 3 == 2) {
-            if (c != ':') {
-                DRV_ERR("tool_mac_str2char contain invalid char, index[%d], mac_char[%c]",
-                        static_cast<int>(p), c);
-                return kErrMacInvalid;
-            }
-            continue;
-        }
-        int v = hex_value(c);
-        if (v < 0) {
-            DRV_ERR("tool_mac_str2char contain invalid char[%c]", c);
-            return kErrMacInvalid;
-        }
-        if (p % 3 == 0)
-            mac[p / 3] = static_cast<uint8_t>(v << 4);
+    const int bad = mac_text_scan(text, mac);
+    if (bad >= 0) {
+        if (bad % 3 == 2)
+            DRV_ERR("tool_mac_str2char contain invalid char, index[%d], mac_char[%c]", bad,
+                    text[bad]);
         else
-            mac[p / 3] = static_cast<uint8_t>(mac[p / 3] | v);
+            DRV_ERR("tool_mac_str2char contain invalid char[%c]", text[bad]);
+        return kErrMacInvalid;
     }
     memcpy(mac_out, mac, kMacLen);
     return kOk;

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "base/text.hpp"
 #include "log/driver_log.hpp"
 
 namespace
@@ -18,11 +19,6 @@ constexpr size_t kRoundTripLen = 30;
 bool is_digit(char c)
 {
     return c >= '0' && c <= '9';
-}
-
-bool is_hex(char c)
-{
-    return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
 }
 
 // Scans one integer with `fmt`, prints it back and compares: the text must be the canonical
@@ -147,17 +143,14 @@ int32_t tool_check_table(const char *text)
 
 int32_t tool_check_mac(const char *text)
 {
-    constexpr size_t kMacTextLen = 17;
     if (text == nullptr || strnlen(text, kMacTextLen + 1) != kMacTextLen) {
         DRV_ERR("Mac length check failed.");
         return kErrParamInvalid;
     }
-    for (size_t p = 0; p < kMacTextLen; ++p) {
-        bool ok = (p % 3 == 2) ? text[p] == ':' : is_hex(text[p]);
-        if (!ok) {
-            DRV_ERR("Mac char check failed. (index=%zu)", p);
-            return kErrParamInvalid;
-        }
+    const int bad = mac_text_scan(text, nullptr);
+    if (bad >= 0) {
+        DRV_ERR("Mac char check failed. (index=%d)", bad);
+        return kErrParamInvalid;
     }
     return kOk;
 }
