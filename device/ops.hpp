@@ -155,6 +155,21 @@
 /// Sends the 480-byte register selection `req`, answers 480 bytes into `out`.
 [[nodiscard]] int kopa_get_cdr_reg_info(uint32_t logic_id, const void *req, void *out);
 
+// ARP table and policy routing. The table reads take the capacity in records in `*count` and
+// leave there the number of whole records the device answered.
+[[nodiscard]] int kopa_add_arp_entry(uint32_t logic_id, const kopa_arp_record *entry);
+[[nodiscard]] int kopa_del_arp_entry(uint32_t logic_id, const kopa_arp_record *entry);
+[[nodiscard]] int kopa_get_arp_table(uint32_t logic_id, kopa_arp_record *entries, uint32_t *count);
+[[nodiscard]] int kopa_add_ip_rule(uint32_t logic_id, const kopa_ip_rule_record *rule);
+[[nodiscard]] int kopa_del_ip_rule(uint32_t logic_id, const kopa_ip_rule_record *rule);
+[[nodiscard]] int kopa_get_ip_rules(uint32_t logic_id, kopa_ip_rule_record *rules, uint32_t *count);
+[[nodiscard]] int kopa_add_ip_route(uint32_t logic_id, const kopa_ip_route_record *route);
+[[nodiscard]] int kopa_del_ip_route(uint32_t logic_id, const kopa_ip_route_record *route);
+[[nodiscard]] int kopa_get_ip_routes(uint32_t logic_id, kopa_ip_route_record *routes,
+                                     uint32_t *count);
+/// The static speed and the optical auto-adaptation switch.
+[[nodiscard]] int kopa_get_generic_info(uint32_t logic_id, kopa_generic_info *info);
+
 /// The caller's command for kopa_send_data.
 struct kopa_send_request {
     uint32_t opcode;     ///< firmware operation code

@@ -254,6 +254,49 @@ struct kopa_garp_info { /* 46 */
     uint8_t reserved[24];
 };
 
+/* Static speed and optical auto-adaptation (the generic settings). */
+struct kopa_generic_set { /* 8: set_generic_info */
+    uint32_t type;        /* 1: static speed */
+    uint32_t value;       /* Mbit/s */
+};
+#define KOPA_GENERIC_STATIC_SPEED 1u
+struct kopa_auto_adapt_set { /* 4: set_optical_auto_adapt */
+    uint32_t enable;         /* 0 off, 1 on */
+};
+struct kopa_generic_info { /* 8: get_generic_info */
+    uint32_t static_speed; /* Mbit/s; 0 when none was set */
+    uint32_t auto_adapt;   /* 0 off, 1 on */
+};
+
+/* ARP table of the RoCE port. A get answers up to KOPA_ARP_MAX records; an add of a present
+ * address replaces its MAC; a delete of an absent one is result -2; a full table is 5000. */
+struct kopa_arp_record { /* 16 */
+    uint32_t dev;        /* eth port, 0..7 */
+    uint32_t ip;         /* network byte order */
+    uint8_t mac[6];
+    uint8_t reserved[2];
+};
+#define KOPA_ARP_MAX 64u
+
+/* Policy routing: rules select a routing table by source ("from") or destination ("to")
+ * prefix; routes of a table go through a gateway ("via") on an eth port. Adds of a present
+ * rule or route (the same fields but the gateway) replace it; deletes of absent ones are -2; a
+ * full list is 5000. Gets answer up to KOPA_POLICY_MAX records. */
+struct kopa_ip_rule_record { /* 16 */
+    uint32_t dir;            /* 0 from, 1 to */
+    uint32_t ip;             /* network byte order */
+    uint32_t mask_bits;      /* 0..32 */
+    uint32_t table;          /* 0..255 */
+};
+struct kopa_ip_route_record { /* 20 */
+    uint32_t ip;              /* destination, network byte order */
+    uint32_t mask_bits;       /* 0..32 */
+    uint32_t via;             /* gateway, network byte order */
+    uint32_t dev;             /* eth port, 0..7 */
+    uint32_t table;           /* 0..255 */
+};
+#define KOPA_POLICY_MAX 32u
+
 #define KOPA_OPTICAL_INFO_SIZE 156u
 #define KOPA_NETDEV_STAT_SIZE 376u /* 47 u64 counters */
 
@@ -337,7 +380,17 @@ struct kopa_garp_info { /* 46 */
     X(get_gratuitous_arp_info, 0x104, 4, 46)                                                       \
     X(set_gratuitous_arp_info, 0x105, KOPA_SIZE_CALLER, 0)                                         \
     X(set_optical_auto_adapt, 0x30, KOPA_SIZE_CALLER, 0)                                           \
-    X(get_eth_test_info, 0x31, 1, KOPA_SIZE_CALLER)
+    X(get_eth_test_info, 0x31, 1, KOPA_SIZE_CALLER)                                                \
+    X(add_arp_entry, 0x106, 16, 0)                                                                 \
+    X(del_arp_entry, 0x107, 16, 0)                                                                 \
+    X(get_arp_table, 0x108, 0, KOPA_SIZE_CALLER)                                                   \
+    X(add_ip_rule, 0x109, 16, 0)                                                                   \
+    X(del_ip_rule, 0x10A, 16, 0)                                                                   \
+    X(get_ip_rules, 0x10B, 0, KOPA_SIZE_CALLER)                                                    \
+    X(add_ip_route, 0x10C, 20, 0)                                                                  \
+    X(del_ip_route, 0x10D, 20, 0)                                                                  \
+    X(get_ip_routes, 0x10E, 0, KOPA_SIZE_CALLER)                                                   \
+    X(get_generic_info, 0x10F, 0, 8)
 
 /** Opcode constants: KOPA_OP_set_mtu, KOPA_OP_get_mtu, ... */
 enum kopa_opcode {
@@ -364,6 +417,10 @@ static_assert(sizeof(kopa_dscp_map_set) == 8 && sizeof(kopa_dscp_map) == 64, "ds
 static_assert(sizeof(kopa_shaping_info) == 28, "shaping record is 28 bytes");
 static_assert(sizeof(kopa_tc_cfg_set) == 64 && sizeof(kopa_tc_cfg_info) == 96, "tc records");
 static_assert(sizeof(kopa_garp_info) == 46, "gratuitous arp record is 46 bytes");
+static_assert(sizeof(kopa_generic_set) == 8 && sizeof(kopa_generic_info) == 8, "generic records");
+static_assert(sizeof(kopa_arp_record) == 16, "arp record is 16 bytes");
+static_assert(sizeof(kopa_ip_rule_record) == 16 && sizeof(kopa_ip_route_record) == 20,
+              "policy routing records");
 #endif
 
 #endif /* VORN_PLATFORM_KOPA_PLATFORM_H */

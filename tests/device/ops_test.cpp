@@ -42,6 +42,13 @@ void *b()
 {
     return g_buf;
 }
+// The capacity, in records of T, of the caller-given length kLen.
+template <typename T> uint32_t *count()
+{
+    static uint32_t n;
+    n = kLen / sizeof(T);
+    return &n;
+}
 
 struct Call {
     const char *name;
@@ -125,6 +132,16 @@ const Call kCalls[] = {
     {"set_gratuitous_arp_info", [](uint32_t i) { return kopa_set_gratuitous_arp_info(i, b(), kLen); }},
     {"set_optical_auto_adapt", [](uint32_t i) { return kopa_set_optical_auto_adapt(i, b(), kLen); }},
     {"get_eth_test_info", [](uint32_t i) { return kopa_get_eth_test_info(i, 1, b(), kLen); }},
+    {"add_arp_entry", [](uint32_t i) { return kopa_add_arp_entry(i, as<kopa_arp_record>()); }},
+    {"del_arp_entry", [](uint32_t i) { return kopa_del_arp_entry(i, as<kopa_arp_record>()); }},
+    {"get_arp_table", [](uint32_t i) { return kopa_get_arp_table(i, as<kopa_arp_record>(), count<kopa_arp_record>()); }},
+    {"add_ip_rule", [](uint32_t i) { return kopa_add_ip_rule(i, as<kopa_ip_rule_record>()); }},
+    {"del_ip_rule", [](uint32_t i) { return kopa_del_ip_rule(i, as<kopa_ip_rule_record>()); }},
+    {"get_ip_rules", [](uint32_t i) { return kopa_get_ip_rules(i, as<kopa_ip_rule_record>(), count<kopa_ip_rule_record>()); }},
+    {"add_ip_route", [](uint32_t i) { return kopa_add_ip_route(i, as<kopa_ip_route_record>()); }},
+    {"del_ip_route", [](uint32_t i) { return kopa_del_ip_route(i, as<kopa_ip_route_record>()); }},
+    {"get_ip_routes", [](uint32_t i) { return kopa_get_ip_routes(i, as<kopa_ip_route_record>(), count<kopa_ip_route_record>()); }, 60},
+    {"get_generic_info", [](uint32_t i) { return kopa_get_generic_info(i, as<kopa_generic_info>()); }},
 };
 // clang-format on
 
