@@ -17,6 +17,16 @@ struct ReplayItem {
 /// The saved items in the order recovery replays them.
 extern const std::span<const ReplayItem> g_replay_items;
 
+/// Sends one saved command line (the whole line, its key included, without the newline) to the
+/// device again. 0 or the tool's code.
+using CmdlineSend = int32_t (*)(DevRef dev, const char *line);
+
+/// Replays the saved command lines of a device: every line of the configuration file that
+/// contains `pattern` ("arp_%d=", "ip_rule_%d=", "ip_route_%d=") filled with the device's
+/// LOGICAL id goes to `send`, in file order, under the file's lock. The first failure ends the
+/// replay with its code; 12293 when the file cannot be opened, locked or read.
+[[nodiscard]] int32_t tool_cfg_cmdline_recovery(DevRef dev, const char *pattern, CmdlineSend send);
+
 int32_t tool_cfg_ip_recovery(DevRef dev);
 int32_t tool_cfg_gateway_recovery(DevRef dev);
 int32_t tool_cfg_netdetect_recovery(DevRef dev);

@@ -269,16 +269,48 @@ int ConfSession::read(const char *key, char *value_out, uint32_t value_size) con
     return 0;
 }
 
+namespace
+{
+
+// "key=value\n" into `line`; its length, or -1 when it does not fit a line buffer.
+int format_line(char (&line)[kCfgLineSize], const char *key, const char *value)
+{
+    const int n = snprintf(line, sizeof(line), "%s=%s\n", key, value);
+    if (n < 0 || static_cast<size_t>(n) >= sizeof(line)) {
+        DRV_ERR("sprintf str op fail[%d] conf_name[%s] conf_value[%s]!", n, key, value);
+        return -1;
+    }
+    return n;
+}
+
+// Appends `line` to `next`, which holds the kept lines, and takes it as the new content unless
+// the file would reach its size limit.
+int finish_rewrite(std::string *content, std::string &&next, const char *line, size_t len)
+{
+    // A last line without its newline (a hand-edited file) gets one: else the new line would be
+    // glued to it, and both would be lost.
+    if (!next.empty() && next.back() != '\n')
+        next.push_back('\n');
+    next.append(line, len);
+    if (next.size() + 1 > kCfgFileMax) {
+        fprintf(stderr, "vorn.conf size must smaller than 1M.\n");
+        DRV_ERR("vorn.conf size must smaller than 1M.");
+        return kErrSysCopy;
+    }
+    *content = std::move(next);
+    return 0;
+}
+
+} // namespace
+
 int ConfSession::write(const char *key, const char *value)
 {
     if (key == nullptr || value == nullptr)
         return kErrnoInval;
     char line[kCfgLineSize];
-    const int n = snprintf(line, sizeof(line), "%s=%s\n", key, value);
-    if (n < 0 || static_cast<size_t>(n) >= sizeof(line)) {
-        DRV_ERR("sprintf str op fail[%d] conf_name[%s] conf_value[%s]!", n, key, value);
+    const int n = format_line(line, key, value);
+    if (n < 0)
         return kErrSysCopy;
-    }
     const std::string_view wanted(key);
     std::string next;
     next.reserve(content_.size() + static_cast<size_t>(n) + 1);
@@ -289,19 +321,22 @@ int ConfSession::write(const char *key, const char *value)
             next.append(piece);
         return 0;
     });
-    // A last line without its newline (a hand-edited file) gets one: else the new line would be
-    // glued to it, and both would be lost.
-    if (!next.empty() && next.back() != '\n')
-        next.push_back('\n');
-    next.append(line, static_cast<size_t>(n));
-    if (next.size() + 1 > kCfgFileMax) {
-        fprintf(stderr, "vorn.conf size must smaller than 1M.\n");
-        DRV_ERR("vorn.conf size must smaller than 1M.");
+    const int ret = finish_rewrite(&content_, std::move(next), line, static_cast<size_t>(n));
+    dirty_ = dirty_ || ret == 0;
+    return ret;
+}
+
+int ConfSession::append(const char *key, const char *value)
+{
+    if (key == nullptr || value == nullptr)
+        return kErrnoInval;
+    char line[kCfgLineSize];
+    const int n = format_line(line, key, value);
+    if (n < 0)
         return kErrSysCopy;
-    }
-    content_ = std::move(next);
-    dirty_ = true;
-    return 0;
+    const int ret = finish_rewrite(&content_, std::string(content_), line, static_cast<size_t>(n));
+    dirty_ = dirty_ || ret == 0;
+    return ret;
 }
 
 int ConfSession::del(const char *key)

@@ -79,6 +79,9 @@ class ConfSession
     [[nodiscard]] int write(const char *key, const char *value);
     /// Removes every line that contains `key`. Always 0.
     int del(const char *key);
+    /// Appends "key=value" at the end and keeps the lines of the same key: the form of saved
+    /// command lines, of which a device has many under one key. 0 or kErrSysCopy, as write().
+    [[nodiscard]] int append(const char *key, const char *value);
 
     /// The item forms: the key is "<item>_<phy_id>".
     [[nodiscard]] int read_item(uint32_t phy_id, const char *item, char *value_out,
