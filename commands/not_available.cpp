@@ -17,8 +17,6 @@ constexpr const char *kHelpDscp = "   [-s]        : set dscp to tc map \n"
 constexpr const char *kHelpShaping = "   [-s]        : set port shaper \n"
                                      "       bw_limit %d : port bandwidth limit(Mbit/s)\n"
                                      "   [-g]        : get port shaper cfg \n";
-constexpr const char *kHelpCfg = "   [recovery]  : recover the saved cfg of the device \n"
-                                 "   [status]    : get the status of the last cfg recovery \n";
 constexpr const char *kHelpArp = "   [-a]        : add arp entry \n"
                                  "       dev %s  : eth port, such as eth0\n"
                                  "       ip %s   : ip address, such as x.x.x.x\n"
@@ -34,7 +32,6 @@ constexpr const char *kHelpReg = "   [-g]        : get eth register info \n";
 constexpr const char *kHelpOptical = "   [-g]        : get optical module info \n";
 constexpr const char *kHelpStat = "   [-g]        : get packet statistics \n"
                                   "   [-c]        : clear packet statistics \n";
-constexpr const char *kHelpCfgAll = "   [recovery]  : recover the saved cfg of all devices \n";
 constexpr const char *kHelpTls =
     "   [-s]        : set tls cfg\n"
     "       enable %d : set tls enable, 0: disable, 1: enable\n"
@@ -151,14 +148,6 @@ extern constexpr CmdDesc kShapingCmd{
     .whole = tool_cmd_not_available,
 };
 
-extern constexpr CmdDesc kCfgCmd{
-    .major = "-i",
-    .name = "-cfg",
-    .handler = "tool_cfg_cmd_execute",
-    .description = "cfg cmd",
-    .help = kHelpCfg,
-    .whole = tool_cmd_not_available,
-};
 
 extern constexpr CmdDesc kArpCmd{
     .major = "-i",
@@ -215,14 +204,6 @@ extern constexpr CmdDesc kStatCmd{
     .whole = tool_cmd_not_available,
 };
 
-extern constexpr CmdDesc kCfgAllCmd{
-    .major = "-a",
-    .name = "-cfg",
-    .handler = "tool_cfg_cmd_execute",
-    .description = "cfg cmd",
-    .help = kHelpCfgAll,
-    .whole = tool_cmd_not_available,
-};
 
 extern constexpr CmdDesc kTlsCmd{
     .major = "-i",

@@ -105,6 +105,9 @@ bool sync_dir_of(const std::string &path)
     return ok;
 }
 
+// The content of the live snapshot, if any.
+const std::string *g_snapshot = nullptr;
+
 bool piece_has_eq(std::string_view piece)
 {
     return piece.find('=') != std::string_view::npos;
@@ -153,6 +156,12 @@ int ConfSession::open(const char *path)
 {
     if (path == nullptr)
         return kErrSysNull;
+    if (g_snapshot != nullptr && access_ != ConfAccess::kWrite && access_ != ConfAccess::kDelete &&
+        strcmp(path, cfg_conf_path()) == 0) {
+        path_ = path;
+        content_ = *g_snapshot;
+        return 0;
+    }
     const size_t path_len = strnlen(path, kPathMax + 1);
     char real_path[PATH_MAX + 1] = {};
     if (path_len > kPathMax || !resolve_path(path, real_path)) {
@@ -400,6 +409,10 @@ int ConfSession::commit()
     if (!dirty_)
         return 0;
     const int code = access_ == ConfAccess::kWrite ? kErrSysWrite : kErrSysDelete;
+    if (fd_ < 0) {
+        DRV_ERR("vorn.conf changed in a session answered from a snapshot");
+        return code;
+    }
     const std::string tmp = path_ + kTmpSuffix;
     if (unlink(tmp.c_str()) != 0 && errno != ENOENT) {
         DRV_ERR("remove %s fail, errno:%d", tmp.c_str(), errno);
@@ -439,6 +452,24 @@ int ConfSession::commit()
         return code;
     }
     return 0;
+}
+
+ConfSnapshot::ConfSnapshot()
+{
+    if (g_snapshot != nullptr)
+        return;
+    ConfSession session(ConfAccess::kRead);
+    if (session.open() != 0)
+        return;
+    content_ = std::string(session.content());
+    g_snapshot = &content_;
+    active_ = true;
+}
+
+ConfSnapshot::~ConfSnapshot()
+{
+    if (active_)
+        g_snapshot = nullptr;
 }
 
 const char *cfg_conf_path()

@@ -114,6 +114,23 @@ class ConfSession
     mode_t mode_ = 0;
 };
 
+/// While a snapshot lives, sessions that only read the configuration file (reads and route
+/// walks) are answered from one copy of it, taken under the file's lock when the snapshot began,
+/// instead of reading the file again each time. For a run that reads many items while the setting
+/// lock keeps every writer out: the replay of all saved items of a device.
+class ConfSnapshot
+{
+  public:
+    ConfSnapshot();
+    ~ConfSnapshot();
+    ConfSnapshot(const ConfSnapshot &) = delete;
+    ConfSnapshot &operator=(const ConfSnapshot &) = delete;
+
+  private:
+    std::string content_;
+    bool active_ = false;
+};
+
 /// Calls `fn(piece)` for each line of `content` in order as a 384-byte line buffer reads it:
 /// each line with its newline, and a line longer than 383 characters as pieces of that length.
 /// Stops at the first non-zero result of `fn` and returns it; 0 when every piece was seen.

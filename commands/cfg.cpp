@@ -1,0 +1,161 @@
+// The -cfg command: the recovery of saved settings onto one device or onto every device, after a
+// device reset or a reboot, and the status of the last recovery, which the device keeps.
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+
+#include "base/result.hpp"
+#include "commands/replay.hpp"
+#include "config/store.hpp"
+#include "device/device_info.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "log/run_log.hpp"
+#include "main/cmd.hpp"
+
+namespace
+{
+
+// The recovery status kept on the device.
+enum CfgStatus : uint32_t {
+    kStatusNone = 0,
+    kStatusStart = 1,
+    kStatusFail = 2,
+    kStatusSuccess = 3
+};
+
+constexpr const char *kHelpCfg = "   [recovery]  : recover the saved cfg of the device \n"
+                                 "   [status]    : get the status of the last cfg recovery \n";
+constexpr const char *kHelpCfgAll = "   [recovery]  : recover the saved cfg of all devices \n";
+
+void tool_cfg_status_set(DevRef dev, uint32_t status)
+{
+    int ret = kopa_set_cfg_status(dev.logic_id, status);
+    if (ret != 0)
+        DRV_ERR("set cfg status fail, (ret=%d; logic_id=%u; status=%u)", ret, dev.logic_id, status);
+}
+
+// Replays every saved item of one device, in order; the first failing item stops the device.
+int32_t tool_cfg_cmd_recovery_dev(DevRef dev)
+{
+    if (access(cfg_conf_path(), F_OK) != 0) {
+        fputs("The config file does not exist. Failed to recover the configuration.\n", stderr);
+        DRV_ERR("The config file does not exist. Failed to recover the configuration.");
+        return kErrSysConfMissing;
+    }
+    tool_cfg_status_set(dev, kStatusStart);
+    RUN_LOG_CONFIG("start to recover config of phy_id[%u]\n", dev.phy_id);
+    // The file is read once for all the items: the setting lock keeps every writer out.
+    ConfSnapshot snapshot;
+    for (const ReplayItem &item : g_replay_items) {
+        const int32_t ret = item.replay(dev);
+        if (ret != kOk) {
+            DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item.name);
+            tool_cfg_status_set(dev, kStatusFail);
+            return ret;
+        }
+    }
+    tool_cfg_status_set(dev, kStatusSuccess);
+    return kOk;
+}
+
+int32_t tool_cfg_cmd_recovery(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    return tool_cfg_cmd_recovery_dev(dev_of(info));
+}
+
+// Every device in list order; one that fails never stops the others.
+int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    int count = 0;
+    int ret = kopa_get_device_count(&count);
+    if (ret != 0 || count < 0 || count > KOPA_MAX_DEVICES) {
+        DRV_ERR("kopa_get_device_count fail! ret=%d, count=%d", ret, count);
+        return kErrKopa;
+    }
+    int ids[KOPA_MAX_DEVICES] = {};
+    if (count > 0 && (ret = kopa_list_device(ids, count)) != 0) {
+        DRV_ERR("kopa_list_device fail! ret=%d, count=%d", ret, count);
+        return kErrKopa;
+    }
+    int err_count = 0;
+    for (int i = 0; i < count; ++i) {
+        const uint32_t logic_id = static_cast<uint32_t>(ids[i]);
+        ret = tool_check_dev_health(logic_id);
+        if (ret != kOk) {
+            ++err_count;
+            DRV_ERR("tool_check_dev_health fail! ret=%d, logic_id=%u, err=%d", ret, logic_id,
+                    err_count);
+            continue;
+        }
+        unsigned int phy_id = 0;
+        ret = kopa_get_phyid_from_logicid(logic_id, &phy_id);
+        if (ret != 0) {
+            ++err_count;
+            DRV_ERR("kopa_get_phyid_from_logicid fail! ret=%d, logic_id=%u, err=%d", ret, logic_id,
+                    err_count);
+            continue;
+        }
+        info->logic_id = logic_id;
+        info->phy_id = phy_id;
+        ret = tool_cfg_cmd_recovery_dev(dev_of(info));
+        if (ret == kOk) {
+            printf("dev:%u recovery success\n", logic_id);
+        } else {
+            ++err_count;
+            DRV_ERR("tool cfg cmd recovery fail! i=%d, ret=%d, err_count=%d", i, ret, err_count);
+        }
+    }
+    if (err_count == 0)
+        return kOk;
+    DRV_ERR("tool cfg cmd recovery all fail! err_count=%d", err_count);
+    return kErrKopa;
+}
+
+int32_t tool_cfg_status_get(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    uint32_t status = 0;
+    int ret = kopa_get_cfg_status(info->logic_id, &status);
+    if (ret != 0) {
+        DRV_ERR("get network status fail, (ret=%d)", ret);
+        return kErrKopa;
+    }
+    static const char *const kWords[] = {"NONE", "START", "FAIL", "SUCCESS"};
+    printf("config status:%s\n", status <= kStatusSuccess ? kWords[status] : "FAULT");
+    return kOk;
+}
+
+constexpr CmdOp kCfgOps[] = {
+    {"recovery", 1, true, tool_cfg_cmd_recovery},
+    {"status", 1, false, tool_cfg_status_get},
+};
+
+constexpr CmdOp kCfgAllOps[] = {
+    {"recovery", 1, true, tool_cfg_cmd_recovery_all},
+};
+
+constexpr CmdRefusal kUnknownCfgOption{RefusalLog::kNone, nullptr,
+                                       "Get unknown option, do you mean recovery\n"};
+
+} // namespace
+
+extern constexpr CmdDesc kCfgCmd{
+    .major = "-i",
+    .name = "-cfg",
+    .handler = "tool_cfg_cmd_execute",
+    .description = "cfg cmd",
+    .help = kHelpCfg,
+    .ops = kCfgOps,
+    .unknown_op = kUnknownCfgOption,
+};
+
+extern constexpr CmdDesc kCfgAllCmd{
+    .major = "-a",
+    .name = "-cfg",
+    .handler = "tool_cfg_cmd_execute",
+    .description = "cfg cmd",
+    .help = kHelpCfgAll,
+    .ops = kCfgAllOps,
+    .unknown_op = kUnknownCfgOption,
+};
