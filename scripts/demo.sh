@@ -81,6 +81,16 @@ run -i 1 -mtu -s size 1500
 say "What was saved for recovery ($VORN_TEST_ROOT/etc/vorn.conf)"
 cat "$VORN_TEST_ROOT/etc/vorn.conf"
 
+say "A reset of every device loses the settings; the recovery replays the saved ones"
+"$emu" init --devices 8
+run -i 1 -mtu -g
+run -i 1 -cfg status
+run -a -cfg recovery
+run -i 1 -mtu -g
+run -i 1 -mac -g
+run -i 1 -route -g
+run -i 1 -cfg status
+
 say "The audit trail ($VORN_TEST_ROOT/var/log/vorn_tool/vorn.log, last lines)"
 tail -n 8 "$VORN_TEST_ROOT/var/log/vorn_tool/vorn.log"
 
