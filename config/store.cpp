@@ -314,6 +314,16 @@ int finish_rewrite(std::string *content, std::string &&next, const char *line, s
 
 int ConfSession::write(const char *key, const char *value)
 {
+    return add_line(key, value, true);
+}
+
+int ConfSession::append(const char *key, const char *value)
+{
+    return add_line(key, value, false);
+}
+
+int ConfSession::add_line(const char *key, const char *value, bool replace)
+{
     if (key == nullptr || value == nullptr)
         return kErrnoInval;
     char line[kCfgLineSize];
@@ -325,25 +335,12 @@ int ConfSession::write(const char *key, const char *value)
     next.reserve(content_.size() + static_cast<size_t>(n) + 1);
     (void)cfg_for_each_piece(content_, [&](std::string_view piece) {
         // Exact key match: "mtu_1=" replaces only mtu_1, never mtu_10.
-        if (!(piece.size() > wanted.size() && piece.starts_with(wanted) &&
-              piece[wanted.size()] == '='))
+        if (!replace || !(piece.size() > wanted.size() && piece.starts_with(wanted) &&
+                          piece[wanted.size()] == '='))
             next.append(piece);
         return 0;
     });
     const int ret = finish_rewrite(&content_, std::move(next), line, static_cast<size_t>(n));
-    dirty_ = dirty_ || ret == 0;
-    return ret;
-}
-
-int ConfSession::append(const char *key, const char *value)
-{
-    if (key == nullptr || value == nullptr)
-        return kErrnoInval;
-    char line[kCfgLineSize];
-    const int n = format_line(line, key, value);
-    if (n < 0)
-        return kErrSysCopy;
-    const int ret = finish_rewrite(&content_, std::string(content_), line, static_cast<size_t>(n));
     dirty_ = dirty_ || ret == 0;
     return ret;
 }

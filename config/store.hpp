@@ -101,6 +101,7 @@ class ConfSession
 
   private:
     [[nodiscard]] int open_once(bool *replaced);
+    [[nodiscard]] int add_line(const char *key, const char *value, bool replace);
     [[nodiscard]] int load();
     [[nodiscard]] int fail_code() const;
 
