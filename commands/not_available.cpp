@@ -148,7 +148,6 @@ extern constexpr CmdDesc kShapingCmd{
     .whole = tool_cmd_not_available,
 };
 
-
 extern constexpr CmdDesc kArpCmd{
     .major = "-i",
     .name = "-arp",
@@ -203,7 +202,6 @@ extern constexpr CmdDesc kStatCmd{
     .help = kHelpStat,
     .whole = tool_cmd_not_available,
 };
-
 
 extern constexpr CmdDesc kTlsCmd{
     .major = "-i",

@@ -22,8 +22,10 @@ class StoreTest : public ::testing::Test
   protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/vorn-store-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
+        const char *tmp = getenv("TMPDIR");
+        std::string tmpl =
+            std::string(tmp != nullptr && tmp[0] != '\0' ? tmp : "/tmp") + "/vorn-store-XXXXXX";
+        ASSERT_NE(mkdtemp(tmpl.data()), nullptr);
         dir_ = tmpl;
         path_ = dir_ + "/vorn.conf";
     }

@@ -8,6 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -16,8 +17,14 @@
 
 namespace fs = std::filesystem;
 
-const char *vorn_tool_bin() { return VORN_TOOL_BIN; }
-const char *kopa_emu_bin() { return KOPA_EMU_BIN; }
+const char *vorn_tool_bin()
+{
+    return VORN_TOOL_BIN;
+}
+const char *kopa_emu_bin()
+{
+    return KOPA_EMU_BIN;
+}
 
 std::string read_file(const std::string &path)
 {
@@ -37,7 +44,8 @@ bool write_file(const std::string &path, const std::string &text)
 }
 
 ProcResult run_process(const std::vector<std::string> &argv,
-                       const std::map<std::string, std::string> &env, const std::string &input)
+                       const std::map<std::string, std::string> &env, const std::string &input,
+                       const std::function<void()> &in_child)
 {
     ProcResult res;
     int out_pipe[2], err_pipe[2], in_pipe[2];
@@ -67,7 +75,18 @@ ProcResult run_process(const std::vector<std::string> &argv,
     envp.push_back(nullptr);
 
     pid_t pid = -1;
-    int rc = posix_spawn(&pid, args[0], &fa, nullptr, args.data(), envp.data());
+    int rc = 0;
+    if (!in_child) {
+        rc = posix_spawn(&pid, args[0], &fa, nullptr, args.data(), envp.data());
+    } else if ((pid = fork()) == 0) {
+        if (dup2(in_pipe[0], 0) < 0 || dup2(out_pipe[1], 1) < 0 || dup2(err_pipe[1], 2) < 0)
+            _exit(127);
+        in_child();
+        execve(args[0], args.data(), envp.data());
+        _exit(127);
+    } else if (pid < 0) {
+        rc = errno;
+    }
     posix_spawn_file_actions_destroy(&fa);
     close(in_pipe[0]);
     close(out_pipe[1]);
@@ -153,7 +172,19 @@ ProcResult ToolSandbox::emu(const std::vector<std::string> &args) const
     return run_process(argv, env());
 }
 
-std::string ToolSandbox::conf() const { return read_file(conf_path()); }
-void ToolSandbox::set_conf(const std::string &text) const { write_file(conf_path(), text); }
-std::string ToolSandbox::run_log() const { return read_file(run_log_path()); }
-std::string ToolSandbox::driver_log() const { return read_file(emu_dir() + "/driver.log"); }
+std::string ToolSandbox::conf() const
+{
+    return read_file(conf_path());
+}
+void ToolSandbox::set_conf(const std::string &text) const
+{
+    write_file(conf_path(), text);
+}
+std::string ToolSandbox::run_log() const
+{
+    return read_file(run_log_path());
+}
+std::string ToolSandbox::driver_log() const
+{
+    return read_file(emu_dir() + "/driver.log");
+}

@@ -2,24 +2,27 @@
 // emulator state directory, and helpers to run vorn_tool and kopa-emu in it.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 struct ProcResult {
-    int status = -1;  ///< exit status, or 128 + signal
-    std::string out;  ///< standard output
-    std::string err;  ///< standard error
+    int status = -1; ///< exit status, or 128 + signal
+    std::string out; ///< standard output
+    std::string err; ///< standard error
 };
 
 /// Runs `argv` (argv[0] a path) with `env` added to a clean environment (PATH kept) and
-/// `input` on standard input; collects both streams.
+/// `input` on standard input; collects both streams. `in_child`, when given, runs in the child
+/// between fork and exec (to set a resource limit, say): async-signal-safe calls only.
 ProcResult run_process(const std::vector<std::string> &argv,
-                       const std::map<std::string, std::string> &env,
-                       const std::string &input = "");
+                       const std::map<std::string, std::string> &env, const std::string &input = "",
+                       const std::function<void()> &in_child = {});
 
-class ToolSandbox {
-public:
+class ToolSandbox
+{
+  public:
     /// Makes a fresh directory with root/etc/vorn.conf (empty, mode 0640) and an emulator
     /// initialised by `kopa-emu init` followed by `init_args` (for example {"--devices", "8"}).
     explicit ToolSandbox(const std::vector<std::string> &init_args = {"--devices", "8"});
@@ -43,12 +46,12 @@ public:
     std::string conf_path() const { return root() + "/etc/vorn.conf"; }
     std::string run_log_path() const { return root() + "/var/log/vorn_tool/vorn.log"; }
 
-    std::string conf() const;               ///< contents of the configuration file
+    std::string conf() const; ///< contents of the configuration file
     void set_conf(const std::string &text) const;
-    std::string run_log() const;            ///< contents of vorn.log ("" when absent)
-    std::string driver_log() const;         ///< the emulator's driver log ("" when absent)
+    std::string run_log() const;    ///< contents of vorn.log ("" when absent)
+    std::string driver_log() const; ///< the emulator's driver log ("" when absent)
 
-private:
+  private:
     std::string dir_;
 };
 
