@@ -10,13 +10,6 @@ namespace
 
 int32_t tool_cmd_not_available(int /*argc*/, char ** /*argv*/, cmd_parse_info *info);
 
-constexpr const char *kHelpDscp = "   [-s]        : set dscp to tc map \n"
-                                  "       dscp %d : dscp value, from 0 to 63\n"
-                                  "       tc %d   : traffic class, from 0 to 7\n"
-                                  "   [-g]        : get dscp to tc map \n";
-constexpr const char *kHelpShaping = "   [-s]        : set port shaper \n"
-                                     "       bw_limit %d : port bandwidth limit(Mbit/s)\n"
-                                     "   [-g]        : get port shaper cfg \n";
 constexpr const char *kHelpArp = "   [-a]        : add arp entry \n"
                                  "       dev %s  : eth port, such as eth0\n"
                                  "       ip %s   : ip address, such as x.x.x.x\n"
@@ -82,21 +75,6 @@ constexpr const char *kHelpBackpressure = "   [-g]        : get backpressure inf
 constexpr const char *kHelpFec = "   [-s]        : set fec mode \n"
                                  "       mode %d : 0: off, 1: rs-fec, 2: base-r fec\n"
                                  "   [-g]        : get fec mode \n";
-constexpr const char *kHelpPfc =
-    "   [-s]        : set pfc enable \n"
-    "       bitmap %s : enable of priority 0~7, such as 0,0,0,1,0,0,0,0\n"
-    "   [-g]        : get pfc enable \n";
-constexpr const char *kHelpTcCfg =
-    "   [-s]        : set traffic class cfg \n"
-    "       tc_bw %s : bandwidth percent of tc0~tc7, such as 10,10,10,10,10,10,20,20\n"
-    "       tc_mode %s : mode of tc0~tc7, 0: strict, 1: weighted, such as 1,1,1,1,1,1,1,1\n"
-    "   [-g]        : get traffic class cfg \n";
-constexpr const char *kHelpTcBuf = "   [-g]        : get maximum historical tc buffer usage \n"
-                                   "       tc %d   : traffic class, from 0 to 7\n";
-constexpr const char *kHelpPrioTc =
-    "   [-s]        : set priority map tc \n"
-    "       prio_tc %s : tc of priority 0~7, such as 0,1,2,3,4,5,6,7\n"
-    "   [-g]        : get priority map tc \n";
 constexpr const char *kHelpPing = "   [-g]        : ping a remote address from the device \n"
                                   "       address %s : destination address, such as x.x.x.x\n"
                                   "       -s %d   : packet size(bytes)\n";
@@ -129,24 +107,6 @@ int32_t tool_cmd_not_available(int /*argc*/, char ** /*argv*/, cmd_parse_info *i
 }
 
 } // namespace
-
-extern constexpr CmdDesc kDscpCmd{
-    .major = "-i",
-    .name = "-dscp_to_tc",
-    .handler = "tool_dscp_cmd_execute",
-    .description = "dscp to tc cmd",
-    .help = kHelpDscp,
-    .whole = tool_cmd_not_available,
-};
-
-extern constexpr CmdDesc kShapingCmd{
-    .major = "-i",
-    .name = "-shaping",
-    .handler = "tool_shaping_cmd_execute",
-    .description = "cfg shaper port bw limit cmd",
-    .help = kHelpShaping,
-    .whole = tool_cmd_not_available,
-};
 
 extern constexpr CmdDesc kArpCmd{
     .major = "-i",
@@ -309,42 +269,6 @@ extern constexpr CmdDesc kFecCmd{
     .handler = "tool_fec_cmd_execute",
     .description = "fec related cmd",
     .help = kHelpFec,
-    .whole = tool_cmd_not_available,
-};
-
-extern constexpr CmdDesc kPfcCmd{
-    .major = "-i",
-    .name = "-pfc",
-    .handler = "tool_pfc_cmd_execute",
-    .description = "pfc enable cfg cmd",
-    .help = kHelpPfc,
-    .whole = tool_cmd_not_available,
-};
-
-extern constexpr CmdDesc kTcCfgCmd{
-    .major = "-i",
-    .name = "-tc_cfg",
-    .handler = "tool_tc_cfg_cmd_execute",
-    .description = "traffic class cfg cmd",
-    .help = kHelpTcCfg,
-    .whole = tool_cmd_not_available,
-};
-
-extern constexpr CmdDesc kCurTcBufCmd{
-    .major = "-i",
-    .name = "-cur_tc_buf",
-    .handler = "tool_tc_buf_cmd_execute",
-    .description = "maximum historical tc usage cmd",
-    .help = kHelpTcBuf,
-    .whole = tool_cmd_not_available,
-};
-
-extern constexpr CmdDesc kPrioTcCmd{
-    .major = "-i",
-    .name = "-prio_tc",
-    .handler = "tool_prio_tc_cmd_execute",
-    .description = "priority map TC cmd",
-    .help = kHelpPrioTc,
     .whole = tool_cmd_not_available,
 };
 

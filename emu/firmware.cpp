@@ -206,6 +206,21 @@ void tls_cert_info(const DeviceState &dev, const Command &cmd, std::vector<uint8
     reply.assign(p, p + n * sizeof(kopa_tls_cert_info));
 }
 
+/// The traffic classes as the last set left them (tc0 takes all the bandwidth until then), each
+/// with a buffer of 64 KiB.
+kopa_tc_cfg_info tc_cfg_info(DeviceState &dev)
+{
+    kopa_tc_cfg_info info{};
+    for (uint32_t i = 0; i < 8; ++i) {
+        info.tc_bw[i] = i == 0 ? 100 : 0;
+        info.tc_buf[i] = 65536;
+    }
+    if (const GenericSlot *slot = find_slot(dev, KOPA_OP_get_tc_cfg, false)) {
+        memcpy(&info, slot->data, std::min<uint32_t>(slot->len, sizeof(kopa_tc_cfg_set)));
+    }
+    return info;
+}
+
 std::string synthetic_text(const Command &cmd, const std::string &name)
 {
     char text[160];
@@ -418,16 +433,17 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         return kOk;
     case KOPA_OP_set_tc_cfg:
         return sets(store(dev, KOPA_OP_get_tc_cfg, cmd));
-    case KOPA_OP_get_tc_cfg: {
-        kopa_tc_cfg_info info{};
-        for (uint32_t i = 0; i < 8; ++i) {
-            info.tc_bw[i] = i == 0 ? 100 : 0;
-            info.tc_buf[i] = 65536;
-        }
-        if (const GenericSlot *slot = find_slot(dev, cmd.opcode, false)) {
-            memcpy(&info, slot->data, std::min<uint32_t>(slot->len, sizeof(kopa_tc_cfg_set)));
-        }
-        put(reply, info);
+    case KOPA_OP_get_tc_cfg:
+        put(reply, tc_cfg_info(dev));
+        return kOk;
+    case KOPA_OP_get_current_tc_used: {
+        const uint32_t tc = load<uint32_t>(in);
+        if (tc >= 8)
+            return kInval;
+        // The peak use of a class grows with its share: half of its buffer at a full share.
+        const kopa_tc_cfg_info info = tc_cfg_info(dev);
+        const uint64_t share = std::min(info.tc_bw[tc], 100u);
+        put(reply, kopa_u32_value{static_cast<uint32_t>(info.tc_buf[tc] * share / 200)});
         return kOk;
     }
     case KOPA_OP_set_prio_tc_info:

@@ -1,0 +1,111 @@
+// The -pfc command (set, get and save the priorities of the port that run priority flow
+// control) and the replay of the saved list. The list is saved as "bitmap": 1 (on) or 0 (off)
+// for priorities 0 to 7, such as "0,0,0,1,0,0,0,0", always 15 characters (replay buffer 16).
+// The device's record carries bit i for priority i.
+#include <cstdio>
+#include <cstring>
+
+#include "base/result.hpp"
+#include "commands/cmd_common.hpp"
+#include "commands/qos_settings.hpp"
+#include "commands/replay.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "log/run_log.hpp"
+#include "main/cmd.hpp"
+
+namespace
+{
+
+constexpr const char *kPfcItem = "bitmap";
+constexpr uint32_t kPfcValueSize = 16; ///< replay buffer of the saved list
+
+constexpr const char *kHelpPfc =
+    "   [-s]        : set the priorities that run pfc\n"
+    "       bitmap %s : 1 (on) or 0 (off) for priority 0~7, such as 0,0,0,1,0,0,0,0\n"
+    "   [-g]        : get the pfc state of each priority\n";
+
+int32_t tool_pfc_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    kopa_pfc_info pfc{};
+    int ret = kopa_get_pfc_enabled(info->logic_id, &pfc);
+    if (ret != 0) {
+        DRV_ERR("kopa get pfc enabled fail ret[%d] logic_id[%u]", ret, info->logic_id);
+        return kopa_err_to_vorn_err(ret);
+    }
+    printf("pfc-cap %u\nprio-pfc", kQosClasses);
+    for (uint32_t prio = 0; prio < kQosClasses; ++prio)
+        printf(" %u:%s", prio, (pfc.bitmap >> prio & 1U) != 0 ? "on" : "off");
+    printf("\n");
+    return kOk;
+}
+
+int32_t tool_pfc_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
+{
+    if (strcmp(argv[1], "bitmap") != 0)
+        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
+                                      "Get unknown option, do you mean bitmap\n");
+    RUN_LOG_CONFIG("start to set pfc of logic_id[%u]\n", info->logic_id);
+    int32_t ret = tool_set_pfc(dev_of(info), argv[2], SetMode::kCommand);
+    if (ret != kOk) {
+        DRV_ERR("set pfc failed, logic_id[%u]", info->logic_id);
+        return ret;
+    }
+    // Accepted, the text is the list in its saved form. The device keeps it even when it cannot
+    // be saved.
+    return cmd_save_item(CMD_HERE, info->phy_id, kPfcItem, argv[2],
+                         "Failed to write the pfc bitmap to the config file, and user "
+                         "configurations cannot be persisted.\n");
+}
+
+constexpr CmdOp kPfcOps[] = {
+    {"-s", 3, true, tool_pfc_set_cmd},
+    {"-g", 1, false, tool_pfc_get_cmd},
+};
+
+} // namespace
+
+extern constexpr CmdDesc kPfcCmd{
+    .major = "-i",
+    .name = "-pfc",
+    .handler = "tool_pfc_cmd_execute",
+    .description = "pfc enable cfg cmd",
+    .help = kHelpPfc,
+    .ops = kPfcOps,
+    .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
+};
+
+int32_t tool_set_pfc(DevRef dev, const char *text, SetMode /*mode*/)
+{
+    QosList on{};
+    int32_t ret = qos_read_list(text, 1, 1, kErrParamInvalid, on);
+    if (ret != kOk) {
+        DRV_ERR("invalid pfc bitmap, expect 0 or 1 for each of %u priorities", kQosClasses);
+        return ret;
+    }
+    kopa_pfc_info pfc{};
+    for (uint32_t prio = 0; prio < kQosClasses; ++prio)
+        pfc.bitmap = static_cast<uint8_t>(pfc.bitmap | on[prio] << prio);
+    int dev_ret = kopa_set_pfc_enabled(dev.logic_id, &pfc, sizeof(pfc));
+    if (dev_ret != 0 && !cmd_set_took_effect(dev_ret, [&] {
+            kopa_pfc_info held{};
+            return kopa_get_pfc_enabled(dev.logic_id, &held) == 0 && held.bitmap == pfc.bitmap;
+        })) {
+        DRV_ERR("kopa set pfc enabled fail ret[%d] logic_id[%u] bitmap[0x%x]", dev_ret,
+                dev.logic_id, pfc.bitmap);
+        return kopa_err_to_vorn_err(dev_ret);
+    }
+    return kOk;
+}
+
+int32_t tool_cfg_pfc_recovery(DevRef dev)
+{
+    char value[kPfcValueSize] = {};
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPfcItem, "bitmap", value, sizeof(value)))
+        return kOk;
+    DRV_DBG("bitmap need recover cfg");
+    int32_t set_ret = tool_set_pfc(dev, value, SetMode::kRecovery);
+    if (set_ret != kOk)
+        DRV_ERR("pfc bitmap set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
+    return set_ret;
+}

@@ -1,0 +1,129 @@
+// The -prio_tc command (set, get and save the traffic class of each priority of the port) and
+// the replay of the saved map. The map is saved as "prio_tc": the traffic class 0 to 7 of
+// priorities 0 to 7, such as "0,1,2,3,4,5,6,7", always 15 characters (replay buffer 16).
+#include <cstdio>
+#include <cstring>
+
+#include "base/result.hpp"
+#include "commands/cmd_common.hpp"
+#include "commands/qos_settings.hpp"
+#include "commands/replay.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "log/run_log.hpp"
+#include "main/cmd.hpp"
+
+namespace
+{
+
+constexpr const char *kPrioTcItem = "prio_tc";
+constexpr uint32_t kPrioTcValueSize = 16; ///< replay buffer of the saved map
+/// What a byte of the map holds until the reply fills it: no traffic class has it.
+constexpr uint8_t kNoClass = 0xFF;
+
+constexpr const char *kHelpPrioTc =
+    "   [-s]        : set the traffic class of each priority\n"
+    "       prio_tc %s : tc 0~7 of priority 0~7, such as 0,1,2,3,4,5,6,7\n"
+    "   [-g]        : get the traffic class of each priority\n";
+
+// The device chooses the length of its answer: a map it did not fill, or filled with a class
+// that does not exist, is a failed read rather than a map to print.
+[[nodiscard]] int read_prio_tc(uint32_t logic_id, kopa_prio_tc_info *map)
+{
+    memset(map, kNoClass, sizeof(*map));
+    int ret = kopa_get_prio_tc_info(logic_id, map, sizeof(*map));
+    if (ret != 0)
+        return ret;
+    for (uint8_t tc : map->tc_of_prio) {
+        if (tc > kTcMax) {
+            DRV_ERR("kopa get prio tc answers no valid map, logic_id[%u]", logic_id);
+            return kErrnoInval;
+        }
+    }
+    return 0;
+}
+
+int32_t tool_prio_tc_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    kopa_prio_tc_info map{};
+    int ret = read_prio_tc(info->logic_id, &map);
+    if (ret != 0) {
+        DRV_ERR("kopa get prio tc fail ret[%d] logic_id[%u]", ret, info->logic_id);
+        return kopa_err_to_vorn_err(ret);
+    }
+    printf("prio-tc");
+    for (uint32_t prio = 0; prio < kQosClasses; ++prio)
+        printf(" %u:%u", prio, map.tc_of_prio[prio]);
+    printf("\n");
+    return kOk;
+}
+
+int32_t tool_prio_tc_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
+{
+    if (strcmp(argv[1], "prio_tc") != 0)
+        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
+                                      "Get unknown option, do you mean prio_tc\n");
+    RUN_LOG_CONFIG("start to set prio tc of logic_id[%u]\n", info->logic_id);
+    int32_t ret = tool_set_prio_tc_info(dev_of(info), argv[2], SetMode::kCommand);
+    if (ret != kOk) {
+        DRV_ERR("set prio tc failed, logic_id[%u]", info->logic_id);
+        return ret;
+    }
+    // Accepted, the text is the map in its saved form. The device keeps it even when it cannot
+    // be saved.
+    return cmd_save_item(CMD_HERE, info->phy_id, kPrioTcItem, argv[2],
+                         "Failed to write the priority to tc map to the config file, and user "
+                         "configurations cannot be persisted.\n");
+}
+
+constexpr CmdOp kPrioTcOps[] = {
+    {"-s", 3, true, tool_prio_tc_set_cmd},
+    {"-g", 1, false, tool_prio_tc_get_cmd},
+};
+
+} // namespace
+
+extern constexpr CmdDesc kPrioTcCmd{
+    .major = "-i",
+    .name = "-prio_tc",
+    .handler = "tool_prio_tc_cmd_execute",
+    .description = "priority map TC cmd",
+    .help = kHelpPrioTc,
+    .ops = kPrioTcOps,
+    .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
+};
+
+int32_t tool_set_prio_tc_info(DevRef dev, const char *text, SetMode /*mode*/)
+{
+    QosList tc{};
+    int32_t ret = qos_read_list(text, 1, kTcMax, kErrRangeTc, tc);
+    if (ret != kOk) {
+        DRV_ERR("invalid prio tc map, expect tc [0]-[%u] for each of %u priorities", kTcMax,
+                kQosClasses);
+        return ret;
+    }
+    kopa_prio_tc_info map{};
+    for (uint32_t prio = 0; prio < kQosClasses; ++prio)
+        map.tc_of_prio[prio] = static_cast<uint8_t>(tc[prio]);
+    int dev_ret = kopa_set_prio_tc_info(dev.logic_id, &map, sizeof(map));
+    if (dev_ret != 0 && !cmd_set_took_effect(dev_ret, [&] {
+            kopa_prio_tc_info held{};
+            return read_prio_tc(dev.logic_id, &held) == 0 && memcmp(&held, &map, sizeof(map)) == 0;
+        })) {
+        DRV_ERR("kopa set prio tc fail ret[%d] logic_id[%u]", dev_ret, dev.logic_id);
+        return kopa_err_to_vorn_err(dev_ret);
+    }
+    return kOk;
+}
+
+int32_t tool_cfg_prio_tc_recovery(DevRef dev)
+{
+    char value[kPrioTcValueSize] = {};
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPrioTcItem, "prio_tc", value, sizeof(value)))
+        return kOk;
+    DRV_DBG("prio_tc need recover cfg");
+    int32_t set_ret = tool_set_prio_tc_info(dev, value, SetMode::kRecovery);
+    if (set_ret != kOk)
+        DRV_ERR("prio tc set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
+    return set_ret;
+}

@@ -1,0 +1,108 @@
+// The -shaping command (set, get and save the bandwidth limit of the port's shaper) and the
+// replay of the saved limit. The limit is saved as "bw_limit" in Mbit/s, 1 to 400000 (a 400G
+// port), as typed: at most 6 digits, the replay buffer of 7 bytes.
+#include <cstdio>
+#include <cstring>
+
+#include "base/result.hpp"
+#include "commands/cmd_common.hpp"
+#include "commands/qos_settings.hpp"
+#include "commands/replay.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "log/run_log.hpp"
+#include "main/cmd.hpp"
+
+namespace
+{
+
+constexpr const char *kShapingItem = "bw_limit";
+constexpr uint32_t kBwLimitValueSize = 7; ///< replay buffer of the saved limit
+constexpr size_t kBwLimitDigits = kBwLimitValueSize - 1;
+static_assert(kBwLimitMax <= 999999, "the largest limit fits the replay buffer");
+
+constexpr const char *kHelpShaping =
+    "   [-s]        : set the bandwidth limit of the port shaper\n"
+    "       bw_limit %d : port bandwidth limit(Mbit/s), from 1 to 400000\n"
+    "   [-g]        : get the port shaper: bandwidth limit and maximum bandwidth(Mbit/s)\n";
+
+int32_t tool_shaping_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
+{
+    kopa_shaping_info shaping{};
+    int ret = kopa_get_port_shaping(info->logic_id, &shaping);
+    if (ret != 0) {
+        DRV_ERR("kopa get port shaping fail ret[%d] logic_id[%u]", ret, info->logic_id);
+        return kopa_err_to_vorn_err(ret);
+    }
+    printf("bw_limit: %u Mbit/s\nmax_bw: %u Mbit/s\n", shaping.bw_limit, shaping.max_bw);
+    return kOk;
+}
+
+int32_t tool_shaping_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
+{
+    if (strcmp(argv[1], "bw_limit") != 0)
+        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
+                                      "Get unknown option, do you mean bw_limit\n");
+    RUN_LOG_CONFIG("start to set port shaping of logic_id[%u]\n", info->logic_id);
+    int32_t ret = tool_port_shaping_set(dev_of(info), argv[2], SetMode::kCommand);
+    if (ret != kOk) {
+        DRV_ERR("set port shaping failed, logic_id[%u]", info->logic_id);
+        return ret;
+    }
+    // The device keeps the new limit even when it cannot be saved.
+    return cmd_save_item(CMD_HERE, info->phy_id, kShapingItem, argv[2],
+                         "Failed to write the bandwidth limit to the config file, and user "
+                         "configurations cannot be persisted.\n");
+}
+
+constexpr CmdOp kShapingOps[] = {
+    {"-s", 3, true, tool_shaping_set_cmd},
+    {"-g", 1, false, tool_shaping_get_cmd},
+};
+
+} // namespace
+
+extern constexpr CmdDesc kShapingCmd{
+    .major = "-i",
+    .name = "-shaping",
+    .handler = "tool_shaping_cmd_execute",
+    .description = "cfg shaper port bw limit cmd",
+    .help = kHelpShaping,
+    .ops = kShapingOps,
+    .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
+};
+
+int32_t tool_port_shaping_set(DevRef dev, const char *text, SetMode /*mode*/)
+{
+    uint32_t limit = 0;
+    int32_t ret = qos_read_number(text, kBwLimitDigits, kBwLimitMax, kErrRangeBwLimit, &limit);
+    if (ret == kOk && limit < kBwLimitMin)
+        ret = kErrRangeBwLimit;
+    if (ret != kOk) {
+        DRV_ERR("invalid bw_limit, expect [%u]-[%u] Mbit/s", kBwLimitMin, kBwLimitMax);
+        return ret;
+    }
+    const kopa_shaping_set shaping{limit};
+    int dev_ret = kopa_set_port_shaping(dev.logic_id, &shaping);
+    if (dev_ret != 0 && !cmd_set_took_effect(dev_ret, [&] {
+            kopa_shaping_info held{};
+            return kopa_get_port_shaping(dev.logic_id, &held) == 0 && held.bw_limit == limit;
+        })) {
+        DRV_ERR("kopa set port shaping fail ret[%d] logic_id[%u] bw_limit[%u]", dev_ret,
+                dev.logic_id, limit);
+        return kopa_err_to_vorn_err(dev_ret);
+    }
+    return kOk;
+}
+
+int32_t tool_cfg_shaping_recovery(DevRef dev)
+{
+    char value[kBwLimitValueSize] = {};
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kShapingItem, "bw_limit", value, sizeof(value)))
+        return kOk;
+    DRV_DBG("bw_limit need recover cfg");
+    int32_t set_ret = tool_port_shaping_set(dev, value, SetMode::kRecovery);
+    if (set_ret != kOk)
+        DRV_ERR("bw_limit set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
+    return set_ret;
+}
