@@ -10,14 +10,6 @@ namespace
 
 int32_t tool_cmd_not_available(int /*argc*/, char ** /*argv*/, cmd_parse_info *info);
 
-constexpr const char *kHelpArp = "   [-a]        : add arp entry \n"
-                                 "       dev %s  : eth port, such as eth0\n"
-                                 "       ip %s   : ip address, such as x.x.x.x\n"
-                                 "       mac %s  : mac address, such as XX:XX:XX:XX:XX:XX\n"
-                                 "   [-d]        : del arp entry \n"
-                                 "       dev %s  : eth port, such as eth0\n"
-                                 "       ip %s   : ip address, such as x.x.x.x\n"
-                                 "   [-g]        : get arp table \n";
 constexpr const char *kHelpPci = "   [-g]        : get pci info \n";
 constexpr const char *kHelpContext = "   [-g]        : get roce context \n"
                                      "       qpn %d  : queue pair number\n";
@@ -56,12 +48,6 @@ constexpr const char *kHelpProcess = "   [-g]        : get device process info \
 constexpr const char *kHelpBandwidth = "   [-g]        : get tx and rx bandwidth \n"
                                        "       -t %d   : sampling period(ms), from 100 to 10000\n";
 constexpr const char *kHelpStatus = "   [-g]        : get netdev status \n";
-constexpr const char *kHelpGeneric =
-    "   [-s]        : set generic cfg \n"
-    "       speed %d : static speed(Mbit/s), such as 100000\n"
-    "       or\n"
-    "       auto_adapt %d : optical auto adapt, 0: disable, 1: enable\n"
-    "   [-g]        : get generic cfg \n";
 constexpr const char *kHelpEthTest = "   [-g]        : get eth self-check info \n";
 constexpr const char *kHelpRoceTest = "   [-s]        : start roce perftest \n"
                                       "       ip %s   : peer ip address, such as x.x.x.x\n"
@@ -72,24 +58,15 @@ constexpr const char *kHelpRoceTest = "   [-s]        : start roce perftest \n"
 constexpr const char *kHelpSpeed = "   [-g]        : get eth port speed \n";
 constexpr const char *kHelpDuplex = "   [-g]        : get eth port duplex mode \n";
 constexpr const char *kHelpBackpressure = "   [-g]        : get backpressure info \n";
-constexpr const char *kHelpFec = "   [-s]        : set fec mode \n"
-                                 "       mode %d : 0: off, 1: rs-fec, 2: base-r fec\n"
-                                 "   [-g]        : get fec mode \n";
 constexpr const char *kHelpPing = "   [-g]        : ping a remote address from the device \n"
                                   "       address %s : destination address, such as x.x.x.x\n"
                                   "       -s %d   : packet size(bytes)\n";
-constexpr const char *kHelpSendArp = "   [-s]        : set gratuitous arp \n"
-                                     "       period %d : sending period(s)\n"
-                                     "       status %d : 0: off, 1: on\n"
-                                     "   [-g]        : get gratuitous arp cfg \n";
 
 constexpr CmdMask kTlsMasks[] = {
     {"path", 5},  {"pri", 7},   {"pub", 9},   {"ca1", 11},  {"ca2", 13},  {"ca3", 15},
     {"ca4", 17},  {"ca5", 19},  {"ca6", 21},  {"ca7", 23},  {"ca8", 25},  {"ca9", 27},
     {"ca10", 29}, {"ca11", 31}, {"ca12", 33}, {"ca13", 35}, {"ca14", 37}, {"crl", kMaskAnywhere},
 };
-constexpr CmdMask kArpMasks[] = {
-    {"dev", kMaskAnywhere}, {"ip", kMaskAnywhere}, {"mac", kMaskAnywhere}};
 
 // The name of the command the run asked for.
 const char *asked_name(const cmd_parse_info *info)
@@ -107,16 +84,6 @@ int32_t tool_cmd_not_available(int /*argc*/, char ** /*argv*/, cmd_parse_info *i
 }
 
 } // namespace
-
-extern constexpr CmdDesc kArpCmd{
-    .major = "-i",
-    .name = "-arp",
-    .handler = "tool_arp_table_cmd_execute",
-    .description = "arp table cmd",
-    .help = kHelpArp,
-    .masks = kArpMasks,
-    .whole = tool_cmd_not_available,
-};
 
 extern constexpr CmdDesc kPciCmd{
     .major = "-i",
@@ -209,15 +176,6 @@ extern constexpr CmdDesc kStatusCmd{
     .whole = tool_cmd_not_available,
 };
 
-extern constexpr CmdDesc kGenericCmd{
-    .major = "-i",
-    .name = "-generic",
-    .handler = "tool_generic_cmd_execute",
-    .description = "generic info cmd",
-    .help = kHelpGeneric,
-    .whole = tool_cmd_not_available,
-};
-
 extern constexpr CmdDesc kEthTestCmd{
     .major = "-i",
     .name = "-eth_test",
@@ -263,29 +221,11 @@ extern constexpr CmdDesc kBackpressureCmd{
     .whole = tool_cmd_not_available,
 };
 
-extern constexpr CmdDesc kFecCmd{
-    .major = "-i",
-    .name = "-fec",
-    .handler = "tool_fec_cmd_execute",
-    .description = "fec related cmd",
-    .help = kHelpFec,
-    .whole = tool_cmd_not_available,
-};
-
 extern constexpr CmdDesc kPingCmd{
     .major = "-i",
     .name = "-ping",
     .handler = "tool_ping_cmd_execute",
     .description = "ping cmd",
     .help = kHelpPing,
-    .whole = tool_cmd_not_available,
-};
-
-extern constexpr CmdDesc kSendArpCmd{
-    .major = "-i",
-    .name = "-send_arp",
-    .handler = "tool_send_gratuitous_arp_cmd_execute",
-    .description = "send gratuitous arp related cmd",
-    .help = kHelpSendArp,
     .whole = tool_cmd_not_available,
 };

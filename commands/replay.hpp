@@ -39,3 +39,18 @@ int32_t tool_cfg_roce_port_recovery(DevRef dev);
 int32_t tool_cfg_pfc_recovery(DevRef dev);
 int32_t tool_tc_cfg_recovery(DevRef dev);
 int32_t tool_cfg_prio_tc_recovery(DevRef dev);
+
+/// The static speed ("static_speed"), then the optical auto-adaptation ("auto_adapt"); a
+/// failing static speed ends the item before the auto-adaptation.
+int32_t tool_cfg_generic_recovery(DevRef dev);
+/// The saved ARP entries "arp_<logic_id>=dev ethN ip A mac M".
+int32_t tool_cfg_arp_recovery(DevRef dev);
+/// The saved policy rules "ip_rule_<logic_id>=dir D ip A ip_mask N table T" and routes
+/// "ip_route_<logic_id>=ip A ip_mask N via G dev ethN table T" (keywords in any order). A line
+/// that a checker refuses ends the replay with 0x2001.
+int32_t tool_cfg_ip_rule_recovery(DevRef dev);
+int32_t tool_cfg_ip_route_recovery(DevRef dev);
+/// The FEC mode ("encoding").
+int32_t tool_cfg_fec_recovery(DevRef dev);
+/// The gratuitous ARP period and switch ("send_arp_period", "send_arp_status"), both or none.
+int32_t tool_cfg_gratuitous_arp_recovery(DevRef dev);

@@ -13,12 +13,18 @@ constexpr ReplayItem kReplayItems[] = {
     {"tool_cfg_mtu_recovery", tool_cfg_mtu_recovery},
     {"tool_cfg_mac_addr_recovery", tool_cfg_mac_addr_recovery},
     {"tool_cfg_dscp_recovery", tool_cfg_dscp_recovery},
+    {"tool_cfg_generic_recovery", tool_cfg_generic_recovery},
     {"tool_cfg_shaping_recovery", tool_cfg_shaping_recovery},
     {"tool_cfg_route_recovery", tool_cfg_route_recovery},
     {"tool_cfg_roce_port_recovery", tool_cfg_roce_port_recovery},
+    {"tool_cfg_arp_recovery", tool_cfg_arp_recovery},
+    {"tool_cfg_ip_rule_recovery", tool_cfg_ip_rule_recovery},
+    {"tool_cfg_ip_route_recovery", tool_cfg_ip_route_recovery},
     {"tool_cfg_pfc_recovery", tool_cfg_pfc_recovery},
     {"tool_tc_cfg_recovery", tool_tc_cfg_recovery},
     {"tool_cfg_prio_tc_recovery", tool_cfg_prio_tc_recovery},
+    {"tool_cfg_fec_recovery", tool_cfg_fec_recovery},
+    {"tool_cfg_gratuitous_arp_recovery", tool_cfg_gratuitous_arp_recovery},
 };
 
 } // namespace

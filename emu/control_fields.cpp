@@ -17,7 +17,7 @@ namespace kopa_emu
 namespace
 {
 
-enum class Type { kU32, kHex, kIpv4, kMac, kText, kGateway, kRoutes };
+enum class Type { kU32, kHex, kIpv4, kMac, kText, kGateway, kRoutes, kArp, kRules, kIpRoutes };
 
 /// Where a field lives: the host table (identity, health) or the device file (network state).
 struct Field {
@@ -53,6 +53,14 @@ constexpr Field kFields[] = {
     {"tls-switch", Type::kU32, false, true, nullptr, &DeviceState::tls_switch},
     {"tls-alarm", Type::kU32, false, true, nullptr, &DeviceState::tls_alarm_days},
     {"tls-certs", Type::kU32, false, false, nullptr, &DeviceState::cert_count},
+    {"arp", Type::kArp, false, true, nullptr, nullptr},
+    {"rules", Type::kRules, false, true, nullptr, nullptr},
+    {"ip-routes", Type::kIpRoutes, false, true, nullptr, nullptr},
+    {"speed", Type::kU32, false, true, nullptr, &DeviceState::static_speed},
+    {"auto-adapt", Type::kU32, false, true, nullptr, &DeviceState::auto_adapt},
+    {"fec", Type::kU32, false, true, nullptr, &DeviceState::fec_mode},
+    {"garp-period", Type::kU32, false, true, nullptr, &DeviceState::garp_period},
+    {"garp-status", Type::kU32, false, true, nullptr, &DeviceState::garp_status},
 };
 
 const Field *find_field(std::string_view name)
@@ -144,6 +152,81 @@ bool unescape(std::string_view text, std::string &out)
     return true;
 }
 
+std::string mac_text(const uint8_t *mac)
+{
+    char buf[24];
+    snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3],
+             mac[4], mac[5]);
+    return buf;
+}
+
+/// One line per entry, without a final newline.
+template <typename T, typename Line> std::string lines_of(const T *table, uint32_t count, Line line)
+{
+    std::string out;
+    for (uint32_t i = 0; i < count; ++i) {
+        if (i != 0)
+            out += '\n';
+        out += line(table[i]);
+    }
+    return out;
+}
+
+std::string table_text(const DeviceState &d, Type type)
+{
+    switch (type) {
+    case Type::kRoutes:
+        return lines_of(d.routes, d.route_count, [](const kopa_route_record &r) {
+            return ipv4_text(r.destination) + " " + ipv4_text(r.netmask) + " " +
+                   ipv4_text(r.gateway);
+        });
+    case Type::kArp:
+        return lines_of(d.arp, d.arp_count, [](const kopa_arp_record &r) {
+            return "eth" + std::to_string(r.dev) + " " + ipv4_text(r.ip) + " " + mac_text(r.mac);
+        });
+    case Type::kRules:
+        return lines_of(d.rules, d.rule_count, [](const kopa_ip_rule_record &r) {
+            return std::string(r.dir == 0 ? "from " : "to ") + ipv4_text(r.ip) + "/" +
+                   std::to_string(r.mask_bits) + " table " + std::to_string(r.table);
+        });
+    default:
+        return lines_of(d.ip_routes, d.ip_route_count, [](const kopa_ip_route_record &r) {
+            return ipv4_text(r.ip) + "/" + std::to_string(r.mask_bits) + " via " +
+                   ipv4_text(r.via) + " dev eth" + std::to_string(r.dev) + " table " +
+                   std::to_string(r.table);
+        });
+    }
+}
+
+/// Empties a table; tables fill only through the device.
+void clear_table(DeviceState &d, Type type)
+{
+    switch (type) {
+    case Type::kRoutes:
+        d.route_count = 0;
+        memset(d.routes, 0, sizeof d.routes);
+        break;
+    case Type::kArp:
+        d.arp_count = 0;
+        memset(d.arp, 0, sizeof d.arp);
+        break;
+    case Type::kRules:
+        d.rule_count = 0;
+        memset(d.rules, 0, sizeof d.rules);
+        break;
+    default:
+        d.ip_route_count = 0;
+        memset(d.ip_routes, 0, sizeof d.ip_routes);
+        break;
+    }
+}
+
+bool is_table(Type type)
+{
+    return type == Type::kRoutes || type == Type::kArp || type == Type::kRules ||
+           type == Type::kIpRoutes;
+}
+
 } // namespace
 
 const char *field_names()
@@ -152,7 +235,7 @@ const char *field_names()
            "roce-mask "
            "netdetect gateway mac link mtu udp-port cfg-status routes lldp firmware tls-switch "
            "tls-alarm "
-           "tls-certs";
+           "tls-certs arp rules ip-routes speed auto-adapt fec garp-period garp-status";
 }
 
 bool parse_u32(std::string_view text, uint32_t &out)
@@ -209,25 +292,13 @@ bool get_field(Session &session, uint32_t logic_id, std::string_view name, std::
         out = d->has_gateway ? ipv4_text(d->gateway) : "none";
         break;
     case Type::kMac:
-        snprintf(buf, sizeof buf, "%02x:%02x:%02x:%02x:%02x:%02x", d->mac[0], d->mac[1], d->mac[2],
-                 d->mac[3], d->mac[4], d->mac[5]);
-        out = buf;
+        out = mac_text(d->mac);
         break;
     case Type::kText:
         out = name == "lldp" ? d->lldp : d->firmware;
         break;
-    case Type::kRoutes:
-        out.clear();
-        for (uint32_t i = 0; i < d->route_count; ++i) {
-            const kopa_route_record &r = d->routes[i];
-            out +=
-                ipv4_text(r.destination) + " " + ipv4_text(r.netmask) + " " + ipv4_text(r.gateway);
-            if (i + 1 < d->route_count)
-                out += '\n';
-        }
-        break;
     default:
-        out = std::to_string(d->*(f->dev_member));
+        out = is_table(f->type) ? table_text(*d, f->type) : std::to_string(d->*(f->dev_member));
         break;
     }
     return true;
@@ -299,17 +370,17 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
             snprintf(dst, cap, "%s", text.c_str());
         break;
     }
-    case Type::kRoutes:
-        ok = value == "none"; // routes are added through the device; here they can only be dropped
-        if (ok) {
-            d->route_count = 0;
-            memset(d->routes, 0, sizeof d->routes);
-        }
-        break;
     default:
-        ok = parse_u32(value, num);
-        if (ok)
-            d->*(f->dev_member) = num;
+        if (is_table(f->type)) {
+            // Tables fill through the device; here they can only be emptied.
+            ok = value == "none";
+            if (ok)
+                clear_table(*d, f->type);
+        } else {
+            ok = parse_u32(value, num);
+            if (ok)
+                d->*(f->dev_member) = num;
+        }
         break;
     }
     if (!ok) {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "emu/op_table.hpp"
+#include "emu/port_state.hpp"
 #include "emu/tls_envelope.hpp"
 
 namespace kopa_emu
@@ -252,6 +253,10 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
             dirty = true;
         return rc;
     };
+    // ARP table, policy rules and routes, generic settings, FEC and gratuitous ARP
+    // (emu/port_state.cpp).
+    if (is_port_state_command(cmd.opcode))
+        return run_port_state_command(cmd, dev, reply, dirty);
     switch (cmd.opcode) {
     case KOPA_OP_set_net_detect_ip_address:
         dev.netdetect = load<uint32_t>(in);
@@ -408,23 +413,12 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         put(reply,
             kopa_cfg_status_record{load<kopa_cfg_status_record>(in).port_id, dev.cfg_status});
         return kOk;
-    case KOPA_OP_get_eth_speed:
-        put(reply, kopa_u32_value{dev.link ? 200000u : 0u});
+    case KOPA_OP_get_eth_speed: // a static speed, once set, is the speed of a port that is up
+        put(reply,
+            kopa_u32_value{dev.link ? (dev.static_speed != 0 ? dev.static_speed : 200000u) : 0u});
         return kOk;
     case KOPA_OP_get_eth_duplex:
         put(reply, kopa_u32_value{1});
-        return kOk;
-    case KOPA_OP_set_fec_info: {
-        kopa_u32_value fec{in[0]};
-        GenericSlot *slot = find_slot(dev, KOPA_OP_get_fec_info, true);
-        if (slot == nullptr)
-            return -28;
-        slot->len = sizeof fec;
-        memcpy(slot->data, &fec, sizeof fec);
-        return sets(kOk);
-    }
-    case KOPA_OP_get_fec_info:
-        stored_or(reply, dev, cmd, 4, {1, 0, 0, 0});
         return kOk;
     case KOPA_OP_set_pfc_enabled:
         return sets(store(dev, KOPA_OP_get_pfc_enabled, cmd));
@@ -452,21 +446,6 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         stored_or(reply, dev, cmd, std::min<uint32_t>(cmd.size_out, sizeof(kopa_prio_tc_info)),
                   {0, 1, 2, 3, 4, 5, 6, 7});
         return kOk;
-    case KOPA_OP_set_gratuitous_arp_info:
-        return sets(store(dev, KOPA_OP_get_gratuitous_arp_info, cmd));
-    case KOPA_OP_get_gratuitous_arp_info: {
-        kopa_garp_info garp{};
-        memcpy(garp.mac, dev.mac, 6);
-        garp.ip = dev.roce.address;
-        garp.period = 60;
-        std::vector<uint8_t> fallback;
-        put(fallback, garp);
-        stored_or(reply, dev, cmd, sizeof garp, fallback);
-        return kOk;
-    }
-    case KOPA_OP_set_generic_info:
-    case KOPA_OP_set_optical_auto_adapt:
-        return sets(store(dev, cmd.opcode, cmd));
     case KOPA_OP_clear_link_his_stat:
     case KOPA_OP_stop_roce_perftest:
         return kOk;

@@ -33,9 +33,13 @@ const char kHelp[] =
     "  show [logic_id]         the state of every present device, or of one\n"
     "  get <logic_id> <field>  one value\n"
     "  set <logic_id> <field> <value>\n"
-    "                          change one value (numbers in decimal or 0x hex; gateway and routes\n"
-    "                          take \"none\" to clear; lldp/firmware text takes the escapes \\n\n"
+    "                          change one value (numbers in decimal or 0x hex; gateway and the\n"
+    "                          tables routes, arp, rules and ip-routes take \"none\" to clear;\n"
+    "                          lldp/firmware text takes the escapes \\n\n"
     "                          \\r \\t \\b \\e \\\\ and \\xHH)\n"
+    "  wipe <logic_id>|--all   what a device reset does: every setting of the device (or of\n"
+    "                          every device) back to its default; presence, ids, health, board,\n"
+    "                          the vNIC, LLDP and firmware texts and TLS records stay\n"
     "  fault add <what> [--op <opcode|name>] [--func <name>] [--piece N] [--after-apply]\n"
     "            [--count N]\n"
     "                          inject a fault; <what> is one of\n"
@@ -140,21 +144,34 @@ void show_device(Session &s, uint32_t id)
         {"tls switch", "tls-switch"},
         {"tls alarm days", "tls-alarm"},
         {"tls records", "tls-certs"},
+        {"static speed", "speed"},
+        {"auto adapt", "auto-adapt"},
+        {"fec", "fec"},
+        {"garp period", "garp-period"},
+        {"garp status", "garp-status"},
     };
     for (const auto &row : kFieldsShown) {
         std::string value;
         if (get_field(s, id, row[1], value))
             printf("  %-15s %s\n", row[0], value.c_str());
     }
-    std::string routes;
-    if (get_field(s, id, "routes", routes)) {
-        printf("  %-15s %s\n", "routes", routes.empty() ? "none" : "");
+    const char *const kTablesShown[][2] = {
+        {"routes", "routes"},
+        {"arp", "arp"},
+        {"ip rules", "rules"},
+        {"ip routes", "ip-routes"},
+    };
+    for (const auto &row : kTablesShown) {
+        std::string lines;
+        if (!get_field(s, id, row[1], lines))
+            continue;
+        printf("  %-15s %s\n", row[0], lines.empty() ? "none" : "");
         size_t pos = 0;
-        while (!routes.empty() && pos <= routes.size()) {
-            size_t end = routes.find('\n', pos);
+        while (!lines.empty() && pos <= lines.size()) {
+            size_t end = lines.find('\n', pos);
             if (end == std::string::npos)
-                end = routes.size();
-            printf("    %s\n", routes.substr(pos, end - pos).c_str());
+                end = lines.size();
+            printf("    %s\n", lines.substr(pos, end - pos).c_str());
             pos = end + 1;
         }
     }
@@ -208,6 +225,31 @@ int cmd_get_set(bool set, const std::vector<std::string_view> &args)
     } else {
         printf("%s\n", text.c_str());
     }
+    return 0;
+}
+
+int cmd_wipe(const std::vector<std::string_view> &args)
+{
+    if (args.size() != 1)
+        return fail("usage: kopa-emu wipe <logic_id>|--all");
+    Session s;
+    if (!s.initialised())
+        return fail("no emulated host in " + s.dir() + " (run kopa-emu init)");
+    const bool all = args[0] == "--all";
+    uint32_t only = 0;
+    if (!all && !parse_logic_id(args[0], only))
+        return fail("invalid device id '" + std::string(args[0]) + "'");
+    if (!all && s.check_device(only) != 0)
+        return fail("device " + std::string(args[0]) + " is not present");
+    for (uint32_t i = 0; i < KOPA_MAX_DEVICES; ++i) {
+        DeviceState *d = (all || i == only) ? s.device(i) : nullptr;
+        if (d == nullptr)
+            continue;
+        *d = reset_device(*d, i);
+        s.mark_device_dirty(i);
+    }
+    if (int rc = s.commit(); rc != 0)
+        return fail(std::string("cannot save the state: ") + strerror(-rc));
     return 0;
 }
 
@@ -394,6 +436,8 @@ int main(int argc, char **argv)
         return cmd_get_set(false, args);
     if (cmd == "set")
         return cmd_get_set(true, args);
+    if (cmd == "wipe")
+        return cmd_wipe(args);
     if (cmd == "fault")
         return cmd_fault(args);
     if (cmd == "journal")

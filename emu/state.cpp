@@ -21,7 +21,8 @@ namespace
 
 constexpr uint32_t kHostMagic = 0x4B454D48;   // "HMEK"
 constexpr uint32_t kDeviceMagic = 0x4B454D44; // "DMEK"
-constexpr uint32_t kVersion = 1;
+constexpr uint32_t kVersion = 1;              // of the host table
+constexpr uint32_t kDeviceVersion = 2;        // of a device file
 
 /// A file descriptor closed on scope exit.
 class Fd
@@ -240,7 +241,7 @@ DeviceState default_device(uint32_t logic_id)
 {
     DeviceState d{};
     d.magic = kDeviceMagic;
-    d.version = kVersion;
+    d.version = kDeviceVersion;
     d.vnic.address = htonl(0xC0A80100u | (199u + logic_id));
     d.vnic.netmask = htonl(0xFFFFFF00u);
     d.vnic_link = 1;
@@ -255,6 +256,23 @@ DeviceState default_device(uint32_t logic_id)
              "Time to Live TLV\n\t121\nSystem Name TLV\n\tleaf-switch-01",
              logic_id, logic_id + 1);
     snprintf(d.firmware, sizeof d.firmware, "7.1.0.5.220");
+    d.fec_mode = kDefaultFecMode;
+    d.garp_period = kDefaultGarpPeriod;
+    return d;
+}
+
+DeviceState reset_device(const DeviceState &old, uint32_t logic_id)
+{
+    DeviceState d = default_device(logic_id);
+    d.vnic = old.vnic;
+    d.vnic_link = old.vnic_link;
+    d.stats_cleared = old.stats_cleared;
+    memcpy(d.lldp, old.lldp, sizeof d.lldp);
+    memcpy(d.firmware, old.firmware, sizeof d.firmware);
+    d.tls_switch = old.tls_switch;
+    d.tls_alarm_days = old.tls_alarm_days;
+    d.cert_count = old.cert_count;
+    memcpy(d.certs, old.certs, sizeof d.certs);
     return d;
 }
 
@@ -348,7 +366,7 @@ DeviceState *Session::device(uint32_t logic_id)
     if (!dev_[logic_id]) {
         auto d = std::make_unique<DeviceState>();
         if (!read_record(device_path(dir_, logic_id), *d) || d->magic != kDeviceMagic ||
-            d->version != kVersion) {
+            d->version != kDeviceVersion) {
             *d = default_device(logic_id); // a device whose file was lost comes back fresh
             dev_dirty_[logic_id] = true;
         }

@@ -29,6 +29,8 @@ inline constexpr uint32_t kDefaultAlarmDays = 30;
 inline constexpr uint32_t kDefaultUdpPort = 4791;
 inline constexpr uint32_t kDefaultMtu = 1500;
 inline constexpr uint32_t kPcieBoardId = 0x0150;
+inline constexpr uint32_t kDefaultFecMode = 1; ///< rs-fec
+inline constexpr uint32_t kDefaultGarpPeriod = 60;
 
 /// The state directory: $KOPA_EMU_DIR, or /tmp/kopa-emu when unset or empty.
 std::string state_dir();
@@ -84,6 +86,18 @@ struct DeviceState {
     uint32_t cert_count; ///< records in `certs`; 0 means no certificates installed
     kopa_tls_cert_info certs[KOPA_TLS_CERT_INFO_MAX];
     GenericSlot generic[kGenericSlots];
+    // Version 2: the ARP table, policy routing, the generic settings, FEC and gratuitous ARP.
+    uint32_t arp_count;
+    kopa_arp_record arp[KOPA_ARP_MAX]; ///< keyed by port and address
+    uint32_t rule_count;
+    kopa_ip_rule_record rules[KOPA_POLICY_MAX]; ///< keyed by every field
+    uint32_t ip_route_count;
+    kopa_ip_route_record ip_routes[KOPA_POLICY_MAX]; ///< keyed by every field but `via`
+    uint32_t static_speed;                           ///< Mbit/s; 0: none set
+    uint32_t auto_adapt;                             ///< optical auto-adaptation, 0 off
+    uint32_t fec_mode;                               ///< 0 off, 1 rs-fec, 2 base-r fec
+    uint32_t garp_period;                            ///< gratuitous ARP period, seconds
+    uint32_t garp_status;                            ///< gratuitous ARP switch, 0 off
 };
 
 /// Options of a fresh emulated host.
@@ -95,6 +109,13 @@ struct InitOptions {
 
 /// Defaults of device `logic_id` on a freshly initialised host.
 DeviceState default_device(uint32_t logic_id);
+
+/// What a reset leaves of device `logic_id`: every setting back to its default (addresses but
+/// the vNIC's, gateway, routes, MTU, MAC, link, UDP port, QoS state, ARP table, policy rules and
+/// routes, generic settings, FEC, gratuitous ARP, cfg status 0). The vNIC towards the host, the
+/// LLDP and firmware texts, the TLS records and the statistics stay; so do presence, ids,
+/// health and board, which live in the host table.
+DeviceState reset_device(const DeviceState &old, uint32_t logic_id);
 
 /// Creates `dir` (and parents) and writes a fresh host; earlier state, faults, journal, keys and
 /// the driver log are removed. Returns 0 or a negative errno value.

@@ -1,0 +1,144 @@
+// The replay of policy routing: the rules and routes an administrator saved as command lines
+// "ip_rule_<logic_id>=..." and "ip_route_<logic_id>=..." (docs/policy-routing.md). No command
+// of the table writes them; each line is parsed whole with the tool's checkers before anything
+// is sent.
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/result.hpp"
+#include "base/text.hpp"
+#include "commands/cmd_common.hpp"
+#include "commands/keyword_args.hpp"
+#include "commands/replay.hpp"
+#include "config/store.hpp"
+#include "device/ops.hpp"
+#include "log/driver_log.hpp"
+#include "main/checkers.hpp"
+
+namespace
+{
+
+constexpr uint32_t kDirTextSize = 5;   ///< "from", "to"
+constexpr uint32_t kMaskTextSize = 3;  ///< "0" .. "32"
+constexpr uint32_t kTableTextSize = 4; ///< "0" .. "255"
+constexpr uint32_t kDevTextSize = 8;   ///< "eth0" .. "eth7"
+constexpr int kRuleWords = 8;
+constexpr int kRouteWords = 10;
+
+/// The words of the saved line of device `dev` under `key_format` ("ip_rule_%u="), or 0 words
+/// when the line is not the device's. -1 when it cannot be split into at most `max` words.
+[[nodiscard]] int saved_words(DevRef dev, const char *key_format, const char *line, char *buf,
+                              char **words, int max)
+{
+    char key[kCfgLineSize];
+    if (!format_text(key, sizeof(key), key_format, dev.logic_id) ||
+        !cmd_is_saved_line_of(line, key)) {
+        DRV_DBG("not a saved line of logic_id[%u], skipped: %s", dev.logic_id, line);
+        return 0;
+    }
+    const int n = cmd_split_saved_line(line, buf, kCfgLineSize, words, max);
+    return n == 0 ? -1 : n;
+}
+
+// The words have passed their checkers; only the conversion is left.
+[[nodiscard]] uint32_t number_of(const char *text)
+{
+    return static_cast<uint32_t>(strtoul(text, nullptr, 10));
+}
+
+[[nodiscard]] uint32_t port_of(const char *dev)
+{
+    return number_of(dev + strlen("eth"));
+}
+
+// A full list is not an error on replay: the entries that fit are in place.
+[[nodiscard]] int32_t added(int kret, const char *what, uint32_t logic_id)
+{
+    if (kret == KOPA_RESULT_ROUTE_FULL) {
+        DRV_WARN("%s rows reach max! Can not add anymore!", what);
+        return kOk;
+    }
+    if (kret != 0) {
+        DRV_ERR("kopa add %s fail! ret[%d] logic_id[%u]", what, kret, logic_id);
+        return kopa_err_to_vorn_err(kret);
+    }
+    return kOk;
+}
+
+int32_t tool_send_ip_rule_recovery_cmd(DevRef dev, const char *line)
+{
+    char buf[kCfgLineSize];
+    char *words[kRuleWords];
+    const int n = saved_words(dev, "ip_rule_%u=", line, buf, words, kRuleWords);
+    if (n == 0)
+        return kOk;
+    char dir[kDirTextSize];
+    char ip[kIpTextSize];
+    char mask[kMaskTextSize];
+    char table[kTableTextSize];
+    const KeywordArg args[] = {
+        {"dir", dir, sizeof(dir)},
+        {"ip", ip, sizeof(ip)},
+        {"ip_mask", mask, sizeof(mask)},
+        {"table", table, sizeof(table)},
+    };
+    kopa_ip_rule_record rule{};
+    int32_t ret =
+        n < 0 ? kErrParamInvalid : cmd_read_keywords(CMD_HERE, n, words, args, WordsFrom::kSaved);
+    if (ret == kOk)
+        ret = tool_inet_pton_ipv4_address(ip, &rule.ip);
+    if (ret != kOk) {
+        DRV_ERR("Invalid ip rule line. (ret=%d; line=\"%s\")", ret, line);
+        return ret;
+    }
+    rule.dir = strcmp(dir, "from") == 0 ? 0 : 1;
+    rule.mask_bits = number_of(mask);
+    rule.table = number_of(table);
+    return added(kopa_add_ip_rule(dev.logic_id, &rule), "ip rule", dev.logic_id);
+}
+
+int32_t tool_send_ip_route_recovery_cmd(DevRef dev, const char *line)
+{
+    char buf[kCfgLineSize];
+    char *words[kRouteWords];
+    const int n = saved_words(dev, "ip_route_%u=", line, buf, words, kRouteWords);
+    if (n == 0)
+        return kOk;
+    char ip[kIpTextSize];
+    char mask[kMaskTextSize];
+    char via[kIpTextSize];
+    char port[kDevTextSize];
+    char table[kTableTextSize];
+    const KeywordArg args[] = {
+        {"ip", ip, sizeof(ip)},      {"ip_mask", mask, sizeof(mask)}, {"via", via, sizeof(via)},
+        {"dev", port, sizeof(port)}, {"table", table, sizeof(table)},
+    };
+    kopa_ip_route_record route{};
+    int32_t ret =
+        n < 0 ? kErrParamInvalid : cmd_read_keywords(CMD_HERE, n, words, args, WordsFrom::kSaved);
+    if (ret == kOk)
+        ret = tool_inet_pton_ipv4_address(ip, &route.ip);
+    if (ret == kOk)
+        ret = tool_inet_pton_ipv4_address(via, &route.via);
+    if (ret != kOk) {
+        DRV_ERR("Invalid ip route line. (ret=%d; line=\"%s\")", ret, line);
+        return ret;
+    }
+    route.mask_bits = number_of(mask);
+    route.dev = port_of(port);
+    route.table = number_of(table);
+    return added(kopa_add_ip_route(dev.logic_id, &route), "ip route", dev.logic_id);
+}
+
+} // namespace
+
+int32_t tool_cfg_ip_rule_recovery(DevRef dev)
+{
+    return tool_cfg_cmdline_recovery(dev, "ip_rule_%d=", tool_send_ip_rule_recovery_cmd);
+}
+
+int32_t tool_cfg_ip_route_recovery(DevRef dev)
+{
+    return tool_cfg_cmdline_recovery(dev, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
+}
