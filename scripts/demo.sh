@@ -74,6 +74,24 @@ run -i 1 -link -g
 run -i 1 -vnic -g
 run -i 1 -lldp -g
 
+say "RoCE QoS: DSCP 26 to class 3, PFC on priority 3, class bandwidths, priority map, shaper"
+run -i 1 -dscp_to_tc -s dscp 26 tc 3
+run -i 1 -pfc -s bitmap 0,0,0,1,0,0,0,0
+run -i 1 -pfc -g
+run -i 1 -tc_cfg -s tc_bw 0,10,10,40,10,10,10,10 tc_mode 0,1,1,1,1,1,1,1
+run -i 1 -tc_cfg -g
+run -i 1 -prio_tc -s prio_tc 0,1,2,3,4,5,6,7
+run -i 1 -prio_tc -g
+run -i 1 -shaping -s bw_limit 50000
+run -i 1 -dscp_to_tc -s dscp 64 tc 3
+
+say "ARP entries, gratuitous ARP, FEC"
+run -i 1 -arp -a dev eth0 ip 10.0.0.50 mac 00:11:22:33:44:50
+run -i 1 -arp -g
+run -i 1 -send_arp -s period 30 status 1
+run -i 1 -fec -s mode 1
+run -i 1 -fec -g
+
 say "A device that refuses: permission denied on the next MTU change"
 "$emu" fault add --op set_mtu --result -13 --count 1
 run -i 1 -mtu -s size 1500
@@ -82,13 +100,15 @@ say "What was saved for recovery ($VORN_TEST_ROOT/etc/vorn.conf)"
 cat "$VORN_TEST_ROOT/etc/vorn.conf"
 
 say "A reset of every device loses the settings; the recovery replays the saved ones"
-"$emu" init --devices 8
+"$emu" wipe --all
 run -i 1 -mtu -g
 run -i 1 -cfg status
 run -a -cfg recovery
 run -i 1 -mtu -g
 run -i 1 -mac -g
 run -i 1 -route -g
+run -i 1 -pfc -g
+run -i 1 -arp -g
 run -i 1 -cfg status
 
 say "The audit trail ($VORN_TEST_ROOT/var/log/vorn_tool/vorn.log, last lines)"
