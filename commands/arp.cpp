@@ -76,19 +76,22 @@ struct ArpText {
                        text.ip);
 }
 
-/// Whether the device's table holds `rec` (its MAC too when `with_mac`).
-[[nodiscard]] bool arp_held(uint32_t logic_id, const kopa_arp_record &rec, bool with_mac)
+/// What the device's table says of `rec` (its MAC too when `with_mac`): held, not held, or
+/// nothing, when the table cannot be read.
+enum class ArpHeld { kYes, kNo, kUnknown };
+
+[[nodiscard]] ArpHeld arp_held(uint32_t logic_id, const kopa_arp_record &rec, bool with_mac)
 {
     kopa_arp_record entries[KOPA_ARP_MAX] = {};
     uint32_t count = KOPA_ARP_MAX;
     if (kopa_get_arp_table(logic_id, entries, &count) != 0)
-        return false;
+        return ArpHeld::kUnknown;
     for (uint32_t i = 0; i < count; ++i) {
         if (entries[i].dev == rec.dev && entries[i].ip == rec.ip &&
             (!with_mac || memcmp(entries[i].mac, rec.mac, kMacLen) == 0))
-            return true;
+            return ArpHeld::kYes;
     }
-    return false;
+    return ArpHeld::kNo;
 }
 
 // The line of a replaced entry goes and the new one comes at the end, in one replacement of
@@ -163,8 +166,9 @@ int32_t tool_arp_add_cmd(int argc, char **argv, cmd_parse_info *info)
         DRV_ERR("Arp entries reach max! Can not add anymore!");
         return kErrKopa;
     }
-    if (kret != 0 &&
-        !cmd_set_took_effect(kret, [&] { return arp_held(info->logic_id, rec, true); })) {
+    if (kret != 0 && !cmd_set_took_effect(kret, [&] {
+            return arp_held(info->logic_id, rec, true) == ArpHeld::kYes;
+        })) {
         DRV_ERR("kopa add arp entry fail! ret[%d] logic_id[%u] dev[%u] ip[0x%x]", kret,
                 info->logic_id, rec.dev, rec.ip);
         return kopa_err_to_vorn_err(kret);
@@ -184,8 +188,9 @@ int32_t tool_arp_del_cmd(int argc, char **argv, cmd_parse_info *info)
     if (ret != kOk)
         return ret;
     int kret = kopa_del_arp_entry(info->logic_id, &rec);
-    if (kret != 0 && kret != KOPA_RESULT_NOENT &&
-        !cmd_set_took_effect(kret, [&] { return !arp_held(info->logic_id, rec, false); })) {
+    if (kret != 0 && kret != KOPA_RESULT_NOENT && !cmd_set_took_effect(kret, [&] {
+            return arp_held(info->logic_id, rec, false) == ArpHeld::kNo;
+        })) {
         DRV_ERR("kopa del arp entry fail! ret[%d] logic_id[%u] dev[%u] ip[0x%x]", kret,
                 info->logic_id, rec.dev, rec.ip);
         return kopa_err_to_vorn_err(kret);

@@ -260,9 +260,13 @@ int ConfSession::read(const char *key, char *value_out, uint32_t value_size) con
         if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(wanted) ||
             !piece_has_eq(piece))
             return 0;
-        if (piece.back() == '\n')
+        // The line ends at its newline, or at a zero byte before it, as a C string would.
+        piece = piece.substr(0, strnlen(piece.data(), piece.size()));
+        if (!piece.empty() && piece.back() == '\n')
             piece.remove_suffix(1);
         const size_t eq = piece.find('=');
+        if (eq == std::string_view::npos)
+            return 0;
         found = piece.data() + eq + 1;
         found_len = piece.size() - eq - 1;
         return 1;

@@ -2,6 +2,7 @@
 // The table reads answer as many records as the device holds, at most the caller's count.
 #include "device/ops.hpp"
 #include "device/ops_exchange.hpp"
+#include "log/driver_log.hpp"
 
 namespace
 {
@@ -24,8 +25,17 @@ int read_table(const char *name, uint32_t logic_id, uint32_t opcode, T *records,
     uint32_t received = 0;
     int ret = kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, records,
                                      *count * size_of<T>(), 0, &received);
-    *count = ret == 0 ? received / size_of<T>() : 0;
-    return ret;
+    *count = 0;
+    if (ret != 0)
+        return ret;
+    // A reply that ends inside a record carries part of an entry the device did not send whole.
+    if (received % size_of<T>() != 0) {
+        DRV_ERR("%s reply carries %u bytes, not whole records of %u, logic_id[%d]", name, received,
+                size_of<T>(), static_cast<int>(logic_id));
+        return kErrnoInval;
+    }
+    *count = received / size_of<T>();
+    return 0;
 }
 
 } // namespace

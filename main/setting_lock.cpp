@@ -51,7 +51,8 @@ void name_holder(int fd)
 {
     char text[32];
     const int n = snprintf(text, sizeof(text), "%ld\n", static_cast<long>(getpid()));
-    if (ftruncate(fd, 0) != 0 || pwrite(fd, text, static_cast<size_t>(n), 0) != n)
+    // The pid first, then the cut to its length: a waiter never reads an empty file.
+    if (pwrite(fd, text, static_cast<size_t>(n), 0) != n || ftruncate(fd, n) != 0)
         DRV_WARN("write pid to setting lock failed, errno=%d", errno);
 }
 

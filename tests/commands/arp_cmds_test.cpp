@@ -128,6 +128,22 @@ TEST_F(ArpCommandsTest, DeleteOfAnEntryTheDeviceLacks)
     EXPECT_EQ(r.err, "No arp entry of ip 10.0.0.7 on eth2!\n");
 }
 
+// A delete whose reply broke is read back; a table that cannot be read says nothing, and the
+// entry and its line stay.
+TEST_F(ArpCommandsTest, BrokenDeleteWithAnUnreadableTableKeepsTheLine)
+{
+    ASSERT_EQ(run("-arp -a dev eth0 ip 10.0.0.9 mac 00:11:22:33:44:55").status, 0);
+    const std::string saved = sb_.conf();
+    ASSERT_EQ(sb_.emu({"fault", "add", "--func", "kopa_cmd_get_network_device_info", "--result",
+                       "-5", "--count", "2"})
+                  .status,
+              0);
+    ProcResult r = run("-arp -d dev eth0 ip 10.0.0.9");
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(sb_.conf(), saved);
+    EXPECT_NE(device("arp").find("10.0.0.9"), std::string::npos);
+}
+
 TEST_F(ArpCommandsTest, SettingsReachDeviceFileAndGet)
 {
     struct Case {

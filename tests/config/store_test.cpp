@@ -72,6 +72,10 @@ TEST_F(StoreTest, ReadRefusesValueLongerThanCallerBuffer)
     EXPECT_EQ(ret, kErrSysCopy);
     EXPECT_EQ(read("k_1", &ret, 6), "12345");
     EXPECT_EQ(ret, 0);
+    // A value ends at a zero byte, as a line read into a C string does.
+    put(std::string("k_1=6000\0zz\n", 12));
+    EXPECT_EQ(read("k_1", &ret, 5), "6000");
+    EXPECT_EQ(ret, 0);
 }
 
 TEST_F(StoreTest, DeleteRemovesEveryLineContainingKey)

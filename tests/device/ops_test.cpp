@@ -299,7 +299,10 @@ TEST_F(OpsTest, RepliesOfTheDevicesLengthAreTakenShortOrEmpty)
         std::string out;
         fw().reset();
         fw().reply_short_by(7);
-        EXPECT_EQ(run_captured(call, &out), 0) << "short";
+        // A table of records must end on a record: 7 bytes short of 64 ends inside one.
+        const bool table =
+            name == "get_arp_table" || name == "get_ip_rules" || name == "get_ip_routes";
+        EXPECT_EQ(run_captured(call, &out), table ? -22 : 0) << "short";
         fw().reset();
         // A text without even its terminator is no text; every other reply may be empty.
         EXPECT_EQ(run_captured(call, &out), name == "lldp_get_neighbor_info" ? -22 : 0) << "empty";
