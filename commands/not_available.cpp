@@ -17,32 +17,6 @@ constexpr const char *kHelpReg = "   [-g]        : get eth register info \n";
 constexpr const char *kHelpOptical = "   [-g]        : get optical module info \n";
 constexpr const char *kHelpStat = "   [-g]        : get packet statistics \n"
                                   "   [-c]        : clear packet statistics \n";
-constexpr const char *kHelpTls =
-    "   [-s]        : set tls cfg\n"
-    "       enable %d : set tls enable, 0: disable, 1: enable\n"
-    "       host      : if you want to set tls enable on host, you need to add host flag on the "
-    "tail\n"
-    "       or\n"
-    "       alarm %d  : set tls alarm(days), from 7 to 180\n"
-    "       host      : if you want to set tls alarm on host, you need to add host flag on the "
-    "tail\n"
-    "       or\n"
-    "       path %s   : set tls cfg file path, such as xxx\n"
-    "       pri %s    : set tls private key, only support pem file format\n"
-    "       pub %s    : set tls public cert, only support pem file format\n"
-    "       ca1 %s    : set tls first level CA, only support pem file format\n"
-    "       ca2 %s    : set tls second level CA, only support pem format\n"
-    "       ......            \n"
-    "       ca14 %s   : set tls fourteen level CA(the deepest CA level), only support pem format\n"
-    "       crl %s    : set tls certificate revocation list, only support crl format\n"
-    "       host      : if you want to set tls certificate suite on host, you need to add host "
-    "flag on the tail\n"
-    "   [-g]        : get tls cfg\n"
-    "       host      : if you want to get tls certificate suite on host, you need to add host "
-    "flag on the tail\n"
-    "   [-c]        : clear tls cfg\n"
-    "       host      : if you want to clear tls certificate suite on host, you need to add host "
-    "flag on the tail\n";
 constexpr const char *kHelpVersion = "   [-g]        : get firmware version \n";
 constexpr const char *kHelpProcess = "   [-g]        : get device process info \n";
 constexpr const char *kHelpBandwidth = "   [-g]        : get tx and rx bandwidth \n"
@@ -61,12 +35,6 @@ constexpr const char *kHelpBackpressure = "   [-g]        : get backpressure inf
 constexpr const char *kHelpPing = "   [-g]        : ping a remote address from the device \n"
                                   "       address %s : destination address, such as x.x.x.x\n"
                                   "       -s %d   : packet size(bytes)\n";
-
-constexpr CmdMask kTlsMasks[] = {
-    {"path", 5},  {"pri", 7},   {"pub", 9},   {"ca1", 11},  {"ca2", 13},  {"ca3", 15},
-    {"ca4", 17},  {"ca5", 19},  {"ca6", 21},  {"ca7", 23},  {"ca8", 25},  {"ca9", 27},
-    {"ca10", 29}, {"ca11", 31}, {"ca12", 33}, {"ca13", 35}, {"ca14", 37}, {"crl", kMaskAnywhere},
-};
 
 // The name of the command the run asked for.
 const char *asked_name(const cmd_parse_info *info)
@@ -127,16 +95,6 @@ extern constexpr CmdDesc kStatCmd{
     .handler = "tool_stat_cmd_execute",
     .description = "packet statistics cmd",
     .help = kHelpStat,
-    .whole = tool_cmd_not_available,
-};
-
-extern constexpr CmdDesc kTlsCmd{
-    .major = "-i",
-    .name = "-tls",
-    .handler = "tool_tls_cmd_execute",
-    .description = "tls cfg cmd",
-    .help = kHelpTls,
-    .masks = kTlsMasks,
     .whole = tool_cmd_not_available,
 };
 

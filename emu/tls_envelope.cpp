@@ -159,8 +159,31 @@ int32_t open_passphrase(const std::string &dir, uint32_t logic_id, const uint8_t
         EVP_DecryptFinal_ex(cctx.get(), phrase.data + out_len, &final_len) != 1) {
         return kIllegal;
     }
-    phrase.data[out_len + final_len] = 0;
+    const auto opened = static_cast<uint32_t>(out_len + final_len);
+    phrase.data[opened] = 0;
+    // The length the host announces is the length that was sealed.
+    if (opened != u32_at(blob, TLS_CFG_OFF_PWD_LEN))
+        return kIllegal;
     return 0;
+}
+
+/// The counts and lengths of the record agree with one another, and the record is meant for a
+/// device: a record for the host store carries its pass phrase in clear.
+bool record_is_consistent(const uint8_t *blob)
+{
+    if (u32_at(blob, TLS_CFG_OFF_HOST) != 0)
+        return false;
+    uint32_t count = 0;
+    uint32_t total = 0;
+    for (uint32_t i = 0; i < TLS_CFG_CERT_SLOTS; ++i) {
+        const uint32_t len = u32_at(blob, TLS_CFG_OFF_CERT_LEN + 4 * i);
+        if (len > TLS_CFG_CERT_MAX)
+            return false;
+        count += len != 0 ? 1 : 0;
+        total += len;
+    }
+    return count == u32_at(blob, TLS_CFG_OFF_CERT_COUNT) &&
+           total == u32_at(blob, TLS_CFG_OFF_CERT_TOTAL);
 }
 
 Cert load_cert(const uint8_t *blob, uint32_t slot)
@@ -254,7 +277,8 @@ int32_t install_tls_cfg(const std::string &dir, uint32_t logic_id, const uint8_t
 {
     const uint32_t key_len = u32_at(blob, TLS_CFG_OFF_KEY_LEN);
     const uint32_t crl_len = u32_at(blob, TLS_CFG_OFF_CRL_LEN);
-    if (key_len == 0 || key_len > TLS_CFG_KEY_MAX || crl_len > TLS_CFG_CRL_MAX)
+    if (key_len == 0 || key_len > TLS_CFG_KEY_MAX || crl_len > TLS_CFG_CRL_MAX ||
+        !record_is_consistent(blob))
         return kIllegal;
 
     Secret<TLS_CFG_PWD_MAX + 1> phrase;
