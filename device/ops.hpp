@@ -4,9 +4,10 @@
 // Every operation takes the logical id (0..15) first and returns 0, the channel's negative code
 // when the exchange failed, or the firmware's non-zero result when the firmware refused; -13
 // also prints "permission denied: pls check this cmd run permission.\n" on standard error.
-// A get whose reply is a record of fixed size returns -22 when the reply does not fill it, and
-// then prints nothing; replies whose length the device chooses (texts, tables, dumps, the
-// caller-sized reads) are taken as they come.
+// A get whose reply is a record of fixed size (the catalogue's, or one record of the project's
+// layout where the catalogue leaves the length to the caller) returns -22 when the reply does
+// not fill it, and then prints nothing; replies whose length the device chooses (texts, tables,
+// dumps, the other caller-sized reads) are taken as they come.
 #pragma once
 
 #include <cstdint>
@@ -99,47 +100,54 @@
 [[nodiscard]] int kopa_set_generic_info(uint32_t logic_id, const void *data, uint32_t len);
 [[nodiscard]] int kopa_set_optical_auto_adapt(uint32_t logic_id, const void *data, uint32_t len);
 
-// Port statistics and state. Fixed-size replies are opaque blocks of the sizes in
-// platform/kopa_platform.h; `len` is the caller's buffer size.
-[[nodiscard]] int kopa_get_optical_info(uint32_t logic_id, void *info); ///< 156 bytes
-[[nodiscard]] int kopa_get_netdev_stat(uint32_t logic_id, void *stat);  ///< 376 bytes
+// Port statistics and state. The caller-given lengths of the operations that answer one
+// record of the project's layout (platform/kopa_platform.h) are that record's size, and the
+// reply must fill it, as for the fixed-size gets.
+[[nodiscard]] int kopa_get_optical_info(uint32_t logic_id, kopa_optical_info *info);
+[[nodiscard]] int kopa_get_netdev_stat(uint32_t logic_id, kopa_netdev_stat *stat);
 [[nodiscard]] int kopa_clear_netdev_stat(uint32_t logic_id);
 /// Carries the tool's pid.
-[[nodiscard]] int kopa_get_netdev_status(uint32_t logic_id, void *buf, uint32_t len);
+[[nodiscard]] int kopa_get_netdev_status(uint32_t logic_id, kopa_netdev_status *status);
 [[nodiscard]] int kopa_get_link_his_stat(uint32_t logic_id, void *buf, uint32_t len);
 [[nodiscard]] int kopa_clear_link_his_stat(uint32_t logic_id);
 [[nodiscard]] int kopa_get_eth_speed(uint32_t logic_id, uint32_t *speed);
 [[nodiscard]] int kopa_get_fec_info(uint32_t logic_id, uint32_t *fec);
 [[nodiscard]] int kopa_set_fec_info(uint32_t logic_id, uint8_t mode);
-/// Runs the port self-test of `type` and answers its report.
-[[nodiscard]] int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf, uint32_t len);
+/// Runs the port self-test of `type` (KOPA_ETH_TEST_ALL) and answers its report.
+[[nodiscard]] int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, kopa_eth_test_info *info);
+/// The back-pressure state of the port's scheduler.
+[[nodiscard]] int kopa_get_ssu_reg(uint32_t logic_id, kopa_backpressure_info *info);
 
-// Device, PCIe and register dumps.
-[[nodiscard]] int kopa_get_pci_info(uint32_t logic_id, void *buf, uint32_t len);
-[[nodiscard]] int kopa_get_device_process(uint32_t logic_id, void *buf, uint32_t len);
-[[nodiscard]] int kopa_get_eth_reg_info(uint32_t logic_id, void *buf, uint32_t len);
-/// Reads the register block selected by `reg`.
-[[nodiscard]] int kopa_get_network_register(uint32_t logic_id, uint32_t reg, void *buf,
-                                            uint32_t len);
-[[nodiscard]] int kopa_get_ssu_reg(uint32_t logic_id, void *buf, uint32_t len);
+// Device, PCIe and registers. The list reads take the capacity in records in `*count` and
+// leave there the number of whole records the device answered.
+[[nodiscard]] int kopa_get_pci_info(uint32_t logic_id, kopa_pci_info *info);
+[[nodiscard]] int kopa_get_device_process(uint32_t logic_id, kopa_process_record *records,
+                                          uint32_t *count);
+/// The dump of the Ethernet register block, one record per register.
+[[nodiscard]] int kopa_get_eth_reg_info(uint32_t logic_id, kopa_reg_record *records,
+                                        uint32_t *count);
+/// The value of the register at `offset`.
+[[nodiscard]] int kopa_get_network_register(uint32_t logic_id, uint32_t offset, uint32_t *value);
 
 // RoCE diagnostics and performance test.
-/// `query` is the 8-byte context selector.
-[[nodiscard]] int kopa_get_roce_context(uint32_t logic_id, const void *query, void *buf,
-                                        uint32_t len);
+[[nodiscard]] int kopa_get_roce_context(uint32_t logic_id, const kopa_roce_context_query *query,
+                                        kopa_roce_qp_context *context);
 [[nodiscard]] int kopa_get_roce_dfx_len(uint32_t logic_id, void *buf, uint32_t len);
 [[nodiscard]] int kopa_get_roce_dfx_data(uint32_t logic_id, uint32_t index, void *buf,
                                          uint32_t len);
-/// Answers 10 bytes of status into `status`.
-[[nodiscard]] int kopa_get_roce_perftest_status(uint32_t logic_id, const void *req,
-                                                uint32_t req_len, void *status);
-[[nodiscard]] int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req,
-                                                uint32_t req_len, void *buf, uint32_t len);
-[[nodiscard]] int kopa_stop_roce_perftest(uint32_t logic_id, const void *req, uint32_t req_len);
+[[nodiscard]] int kopa_start_roce_perftest(uint32_t logic_id, const kopa_roce_perftest_req *req);
+[[nodiscard]] int kopa_get_roce_perftest_status(uint32_t logic_id,
+                                                const kopa_roce_perftest_query *query,
+                                                kopa_roce_perftest_status *status);
+[[nodiscard]] int kopa_get_roce_perftest_report(uint32_t logic_id,
+                                                const kopa_roce_perftest_query *query,
+                                                kopa_roce_perftest_report *report);
+[[nodiscard]] int kopa_stop_roce_perftest(uint32_t logic_id, const kopa_roce_perftest_query *query);
 /// Answers up to 2000 bytes into `buf`.
 [[nodiscard]] int kopa_reset_roce_perftest(uint32_t logic_id, void *buf);
-[[nodiscard]] int kopa_ping_fun(uint32_t logic_id, const void *req, uint32_t req_len, void *buf,
-                                uint32_t len);
+/// One echo request from the device; the reply record says how it ended.
+[[nodiscard]] int kopa_ping_fun(uint32_t logic_id, const kopa_ping_req *req,
+                                kopa_ping_reply *reply);
 
 // SerDes and clock-data-recovery diagnostics.
 [[nodiscard]] int kopa_get_serdes_ctle_info(uint32_t logic_id, void *info); ///< 230 bytes
@@ -148,12 +156,13 @@
 [[nodiscard]] int kopa_get_pcs_info(uint32_t logic_id, void *info);         ///< 904 bytes
 /// Adaptation status of `lane` (144 bytes).
 [[nodiscard]] int kopa_get_adapt_status_info(uint32_t logic_id, uint32_t lane, void *info);
-/// Triggers a CDR query described by the caller's request; answers 8 bytes into `out`.
-[[nodiscard]] int kopa_trig_query_cdr_info(uint32_t logic_id, const void *req, uint32_t req_len,
-                                           void *out);
-[[nodiscard]] int kopa_query_mac_lane_cdr_info(uint32_t logic_id, void *info); ///< 120 bytes
-/// Sends the 480-byte register selection `req`, answers 480 bytes into `out`.
-[[nodiscard]] int kopa_get_cdr_reg_info(uint32_t logic_id, const void *req, void *out);
+/// Makes the device capture CDR registers or its extended CDR log.
+[[nodiscard]] int kopa_trig_query_cdr_info(uint32_t logic_id, const kopa_cdr_trigger *trigger,
+                                           kopa_cdr_trigger_reply *reply);
+[[nodiscard]] int kopa_query_mac_lane_cdr_info(uint32_t logic_id, kopa_mac_lane_cdr_info *info);
+/// Reads the registers of one lane that `req` names; the values come back in `out`.
+[[nodiscard]] int kopa_get_cdr_reg_info(uint32_t logic_id, const kopa_cdr_reg_block *req,
+                                        kopa_cdr_reg_block *out);
 
 // ARP table and policy routing. The table reads take the capacity in records in `*count` and
 // leave there the number of whole records the device answered.

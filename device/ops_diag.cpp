@@ -1,5 +1,5 @@
-// Diagnostics, statistics, traffic-class and RoCE-test operations: mostly opaque blocks whose
-// layouts belong to the commands that print them.
+// Diagnostics, statistics, traffic-class and RoCE-test operations: records of the project's
+// layouts (platform/kopa_platform.h), and opaque blocks for the reads no command prints.
 #include <unistd.h>
 
 #include "device/ops.hpp"
@@ -7,6 +7,11 @@
 
 namespace
 {
+
+template <typename T> uint32_t size_of(const T &)
+{
+    return static_cast<uint32_t>(sizeof(T));
+}
 
 // A reply record of a fixed size read into the caller's record; a shorter reply is -22.
 int get_record(const char *name, uint32_t logic_id, uint32_t opcode, void *out, uint32_t len)
@@ -18,6 +23,18 @@ int get_record(const char *name, uint32_t logic_id, uint32_t opcode, void *out, 
 int get_sized(const char *name, uint32_t logic_id, uint32_t opcode, void *out, uint32_t len)
 {
     return kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, out, len);
+}
+
+// A table of records: `*count` is the caller's capacity in, the number of whole records out.
+template <typename T>
+int read_table(const char *name, uint32_t logic_id, uint32_t opcode, T *records, uint32_t *count)
+{
+    uint32_t received = 0;
+    const auto capacity = static_cast<uint32_t>(*count * sizeof(T));
+    int ret =
+        kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, records, capacity, 0, &received);
+    *count = ret == 0 ? received / static_cast<uint32_t>(sizeof(T)) : 0;
+    return ret;
 }
 
 // A request without reply.
@@ -135,18 +152,18 @@ int kopa_set_optical_auto_adapt(uint32_t logic_id, const void *data, uint32_t le
     return set_only(__func__, logic_id, KOPA_OP_set_optical_auto_adapt, data, len);
 }
 
-int kopa_get_optical_info(uint32_t logic_id, void *info)
+int kopa_get_optical_info(uint32_t logic_id, kopa_optical_info *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_record(__func__, logic_id, KOPA_OP_get_optical_info, info, KOPA_OPTICAL_INFO_SIZE);
+    return get_record(__func__, logic_id, KOPA_OP_get_optical_info, info, size_of(*info));
 }
 
-int kopa_get_netdev_stat(uint32_t logic_id, void *stat)
+int kopa_get_netdev_stat(uint32_t logic_id, kopa_netdev_stat *stat)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(stat, logic_id))
         return kErrnoInval;
-    return get_record(__func__, logic_id, KOPA_OP_get_netdev_stat, stat, KOPA_NETDEV_STAT_SIZE);
+    return get_record(__func__, logic_id, KOPA_OP_get_netdev_stat, stat, size_of(*stat));
 }
 
 int kopa_clear_netdev_stat(uint32_t logic_id)
@@ -156,12 +173,12 @@ int kopa_clear_netdev_stat(uint32_t logic_id)
     return set_only(__func__, logic_id, KOPA_OP_clear_netdev_stat, nullptr, 0);
 }
 
-int kopa_get_netdev_status(uint32_t logic_id, void *buf, uint32_t len)
+int kopa_get_netdev_status(uint32_t logic_id, kopa_netdev_status *status)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(status, logic_id))
         return kErrnoInval;
-    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_netdev_status, nullptr, 0, buf,
-                                  len, static_cast<uint32_t>(getpid()));
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_netdev_status, nullptr, 0, status,
+                         size_of(*status), static_cast<uint32_t>(getpid()));
 }
 
 int kopa_get_link_his_stat(uint32_t logic_id, void *buf, uint32_t len)
@@ -200,55 +217,60 @@ int kopa_set_fec_info(uint32_t logic_id, uint8_t mode)
     return set_only(__func__, logic_id, KOPA_OP_set_fec_info, &rec, sizeof(rec));
 }
 
-int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, void *buf, uint32_t len)
+int kopa_get_eth_test_info(uint32_t logic_id, uint8_t type, kopa_eth_test_info *info)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_eth_test_info, &type,
-                                  sizeof(type), buf, len);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_eth_test_info, &type, size_of(type), info,
+                         size_of(*info));
 }
 
-int kopa_get_pci_info(uint32_t logic_id, void *buf, uint32_t len)
+int kopa_get_pci_info(uint32_t logic_id, kopa_pci_info *info)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_sized(__func__, logic_id, KOPA_OP_get_pci_info, buf, len);
+    return get_record(__func__, logic_id, KOPA_OP_get_pci_info, info, size_of(*info));
 }
 
-int kopa_get_device_process(uint32_t logic_id, void *buf, uint32_t len)
+int kopa_get_device_process(uint32_t logic_id, kopa_process_record *records, uint32_t *count)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(records, logic_id) ||
+        !KOPA_ARG_OK(count, logic_id))
         return kErrnoInval;
-    return get_sized(__func__, logic_id, KOPA_OP_get_device_process, buf, len);
+    return read_table(__func__, logic_id, KOPA_OP_get_device_process, records, count);
 }
 
-int kopa_get_eth_reg_info(uint32_t logic_id, void *buf, uint32_t len)
+int kopa_get_eth_reg_info(uint32_t logic_id, kopa_reg_record *records, uint32_t *count)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(records, logic_id) ||
+        !KOPA_ARG_OK(count, logic_id))
         return kErrnoInval;
-    return get_sized(__func__, logic_id, KOPA_OP_get_eth_reg_info, buf, len);
+    return read_table(__func__, logic_id, KOPA_OP_get_eth_reg_info, records, count);
 }
 
-int kopa_get_network_register(uint32_t logic_id, uint32_t reg, void *buf, uint32_t len)
+int kopa_get_network_register(uint32_t logic_id, uint32_t offset, uint32_t *value)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(value, logic_id))
         return kErrnoInval;
-    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_network_register, &reg,
-                                  sizeof(reg), buf, len);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_network_register, &offset, size_of(offset),
+                         value, size_of(*value));
 }
 
-int kopa_get_ssu_reg(uint32_t logic_id, void *buf, uint32_t len)
+int kopa_get_ssu_reg(uint32_t logic_id, kopa_backpressure_info *info)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_sized(__func__, logic_id, KOPA_OP_get_ssu_reg, buf, len);
+    return get_record(__func__, logic_id, KOPA_OP_get_ssu_reg, info, size_of(*info));
 }
 
-int kopa_get_roce_context(uint32_t logic_id, const void *query, void *buf, uint32_t len)
+int kopa_get_roce_context(uint32_t logic_id, const kopa_roce_context_query *query,
+                          kopa_roce_qp_context *context)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) ||
+        !KOPA_ARG_OK(context, logic_id))
         return kErrnoInval;
-    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_roce_context, query, 8, buf, len);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_context, query, size_of(*query),
+                         context, size_of(*context));
 }
 
 int kopa_get_roce_dfx_len(uint32_t logic_id, void *buf, uint32_t len)
@@ -263,33 +285,41 @@ int kopa_get_roce_dfx_data(uint32_t logic_id, uint32_t index, void *buf, uint32_
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(buf, logic_id))
         return kErrnoInval;
     return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_roce_dfx_data, &index,
-                                  sizeof(index), buf, len);
+                                  size_of(index), buf, len);
 }
 
-int kopa_get_roce_perftest_status(uint32_t logic_id, const void *req, uint32_t req_len,
-                                  void *status)
-{
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) ||
-        !KOPA_ARG_OK(status, logic_id))
-        return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_status, req, req_len, status,
-                         10);
-}
-
-int kopa_get_roce_perftest_report(uint32_t logic_id, const void *req, uint32_t req_len, void *buf,
-                                  uint32_t len)
-{
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
-        return kErrnoInval;
-    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_roce_perftest_report, req,
-                                  req_len, buf, len);
-}
-
-int kopa_stop_roce_perftest(uint32_t logic_id, const void *req, uint32_t req_len)
+int kopa_start_roce_perftest(uint32_t logic_id, const kopa_roce_perftest_req *req)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id))
         return kErrnoInval;
-    return set_only(__func__, logic_id, KOPA_OP_stop_roce_perftest, req, req_len);
+    return set_only(__func__, logic_id, KOPA_OP_start_roce_perftest, req, size_of(*req));
+}
+
+int kopa_get_roce_perftest_status(uint32_t logic_id, const kopa_roce_perftest_query *query,
+                                  kopa_roce_perftest_status *status)
+{
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) ||
+        !KOPA_ARG_OK(status, logic_id))
+        return kErrnoInval;
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_status, query,
+                         size_of(*query), status, size_of(*status));
+}
+
+int kopa_get_roce_perftest_report(uint32_t logic_id, const kopa_roce_perftest_query *query,
+                                  kopa_roce_perftest_report *report)
+{
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id) ||
+        !KOPA_ARG_OK(report, logic_id))
+        return kErrnoInval;
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_roce_perftest_report, query,
+                         size_of(*query), report, size_of(*report));
+}
+
+int kopa_stop_roce_perftest(uint32_t logic_id, const kopa_roce_perftest_query *query)
+{
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(query, logic_id))
+        return kErrnoInval;
+    return set_only(__func__, logic_id, KOPA_OP_stop_roce_perftest, query, size_of(*query));
 }
 
 int kopa_reset_roce_perftest(uint32_t logic_id, void *buf)
@@ -299,11 +329,12 @@ int kopa_reset_roce_perftest(uint32_t logic_id, void *buf)
     return get_sized(__func__, logic_id, KOPA_OP_reset_roce_perftest, buf, 2000);
 }
 
-int kopa_ping_fun(uint32_t logic_id, const void *req, uint32_t req_len, void *buf, uint32_t len)
+int kopa_ping_fun(uint32_t logic_id, const kopa_ping_req *req, kopa_ping_reply *reply)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(buf, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(reply, logic_id))
         return kErrnoInval;
-    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_ping_fun, req, req_len, buf, len);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_ping_fun, req, size_of(*req), reply,
+                         size_of(*reply));
 }
 
 int kopa_get_serdes_ctle_info(uint32_t logic_id, void *info)
@@ -342,23 +373,27 @@ int kopa_get_adapt_status_info(uint32_t logic_id, uint32_t lane, void *info)
                          info, 144);
 }
 
-int kopa_trig_query_cdr_info(uint32_t logic_id, const void *req, uint32_t req_len, void *out)
+int kopa_trig_query_cdr_info(uint32_t logic_id, const kopa_cdr_trigger *trigger,
+                             kopa_cdr_trigger_reply *reply)
 {
-    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(out, logic_id))
+    if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(trigger, logic_id) ||
+        !KOPA_ARG_OK(reply, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_trig_query_cdr_info, req, req_len, out, 8);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_trig_query_cdr_info, trigger,
+                         size_of(*trigger), reply, size_of(*reply));
 }
 
-int kopa_query_mac_lane_cdr_info(uint32_t logic_id, void *info)
+int kopa_query_mac_lane_cdr_info(uint32_t logic_id, kopa_mac_lane_cdr_info *info)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(info, logic_id))
         return kErrnoInval;
-    return get_record(__func__, logic_id, KOPA_OP_query_mac_lane_cdr_info, info, 120);
+    return get_record(__func__, logic_id, KOPA_OP_query_mac_lane_cdr_info, info, size_of(*info));
 }
 
-int kopa_get_cdr_reg_info(uint32_t logic_id, const void *req, void *out)
+int kopa_get_cdr_reg_info(uint32_t logic_id, const kopa_cdr_reg_block *req, kopa_cdr_reg_block *out)
 {
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(req, logic_id) || !KOPA_ARG_OK(out, logic_id))
         return kErrnoInval;
-    return kopa_exchange(__func__, logic_id, KOPA_OP_get_cdr_reg_info, req, 480, out, 480);
+    return kopa_exchange(__func__, logic_id, KOPA_OP_get_cdr_reg_info, req, size_of(*req), out,
+                         size_of(*out));
 }

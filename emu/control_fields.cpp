@@ -1,5 +1,7 @@
 // The named device fields of `kopa-emu get` / `kopa-emu set`.
 #include "emu/control_fields.hpp"
+#include "emu/diag_fields.hpp"
+#include "emu/diag_state.hpp"
 
 #include <arpa/inet.h>
 
@@ -231,11 +233,13 @@ bool is_table(Type type)
 
 const char *field_names()
 {
-    return "present phy-id health board-id net-health vnic-ip vnic-mask vnic-link roce-ip "
-           "roce-mask "
-           "netdetect gateway mac link mtu udp-port cfg-status routes lldp firmware tls-switch "
-           "tls-alarm "
-           "tls-certs arp rules ip-routes speed auto-adapt fec garp-period garp-status";
+    static const std::string names =
+        std::string("present phy-id health board-id net-health vnic-ip vnic-mask vnic-link "
+                    "roce-ip roce-mask netdetect gateway mac link mtu udp-port cfg-status routes "
+                    "lldp firmware tls-switch tls-alarm tls-certs arp rules ip-routes speed "
+                    "auto-adapt fec garp-period garp-status ") +
+        diag_field_names();
+    return names.c_str();
 }
 
 bool parse_u32(std::string_view text, uint32_t &out)
@@ -264,6 +268,14 @@ bool parse_i64(std::string_view text, int64_t &out)
 bool get_field(Session &session, uint32_t logic_id, std::string_view name, std::string &out)
 {
     const Field *f = find_field(name);
+    if (f == nullptr && is_diag_field(name)) {
+        const DeviceState *d = logic_id < KOPA_MAX_DEVICES ? session.device(logic_id) : nullptr;
+        if (d == nullptr) {
+            out = "device " + std::to_string(logic_id) + " is not present";
+            return false;
+        }
+        return get_diag_field(*d, name, out);
+    }
     if (f == nullptr) {
         out = "unknown field '" + std::string(name) + "'";
         return false;
@@ -308,6 +320,17 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
                std::string &err)
 {
     const Field *f = find_field(name);
+    if (f == nullptr && is_diag_field(name)) {
+        DeviceState *d = logic_id < KOPA_MAX_DEVICES ? session.device(logic_id) : nullptr;
+        if (d == nullptr) {
+            err = "device " + std::to_string(logic_id) + " is not present";
+            return false;
+        }
+        if (!set_diag_field(*d, name, value, err))
+            return false;
+        session.mark_device_dirty(logic_id);
+        return true;
+    }
     if (f == nullptr) {
         err = "unknown field '" + std::string(name) + "'";
         return false;
@@ -378,6 +401,8 @@ bool set_field(Session &session, uint32_t logic_id, std::string_view name, std::
                 clear_table(*d, f->type);
         } else {
             ok = parse_u32(value, num);
+            if (ok && name == "link")
+                note_link_change(*d, num); // the counters stop or start, a drop is a flap
             if (ok)
                 d->*(f->dev_member) = num;
         }

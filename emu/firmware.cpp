@@ -9,6 +9,8 @@
 #include <cstring>
 #include <string>
 
+#include "emu/diag_firmware.hpp"
+#include "emu/diag_state.hpp"
 #include "emu/op_table.hpp"
 #include "emu/port_state.hpp"
 #include "emu/tls_envelope.hpp"
@@ -225,22 +227,7 @@ kopa_tc_cfg_info tc_cfg_info(DeviceState &dev)
 std::string synthetic_text(const Command &cmd, const std::string &name)
 {
     char text[160];
-    switch (cmd.opcode) {
-    case KOPA_OP_get_pci_info:
-        snprintf(text, sizeof text,
-                 "bus 0000:%02x:00.0, vendor 0x19e5, device 0xd802, link x16 Gen4\n",
-                 0x3d + cmd.logic_id);
-        break;
-    case KOPA_OP_get_device_process:
-        snprintf(text, sizeof text, "device %u: no process running\n", cmd.logic_id);
-        break;
-    case KOPA_OP_ping_fun:
-        snprintf(text, sizeof text, "3 packets transmitted, 3 received, 0%% packet loss\n");
-        break;
-    default:
-        snprintf(text, sizeof text, "%s of device %u: ok\n", name.c_str(), cmd.logic_id);
-        break;
-    }
+    snprintf(text, sizeof text, "%s of device %u: ok\n", name.c_str(), cmd.logic_id);
     return text;
 }
 
@@ -257,6 +244,9 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
     // (emu/port_state.cpp).
     if (is_port_state_command(cmd.opcode))
         return run_port_state_command(cmd, dev, reply, dirty);
+    // Counters, optical module, status, ping, the RoCE test, registers (emu/diag_firmware.cpp).
+    if (is_diag_command(cmd.opcode))
+        return run_diag_command(cmd, dev, reply, dirty);
     switch (cmd.opcode) {
     case KOPA_OP_set_net_detect_ip_address:
         dev.netdetect = load<uint32_t>(in);
@@ -289,9 +279,12 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
             return kInval;
         memcpy(dev.mac, in, 6);
         return sets(kOk);
-    case KOPA_OP_set_netdev_link:
-        dev.link = load<kopa_link_set_record>(in).state != 0 ? 1 : 0;
+    case KOPA_OP_set_netdev_link: {
+        const uint32_t up = load<kopa_link_set_record>(in).state != 0 ? 1 : 0;
+        note_link_change(dev, up);
+        dev.link = up;
         return sets(kOk);
+    }
     case KOPA_OP_get_netdev_link:
         put(reply, dev.link);
         return kOk;
@@ -345,18 +338,6 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         return sets(add_route(dev, load<kopa_route_record>(in)));
     case KOPA_OP_del_route_table:
         return sets(del_route(dev, load<kopa_route_record>(in)));
-    case KOPA_OP_get_netdev_stat: {
-        uint64_t counters[KOPA_NETDEV_STAT_SIZE / 8] = {};
-        if (!dev.stats_cleared) {
-            for (uint32_t i = 0; i < KOPA_NETDEV_STAT_SIZE / 8; ++i)
-                counters[i] = (i + 1) * 1000u + cmd.logic_id;
-        }
-        put(reply, counters);
-        return kOk;
-    }
-    case KOPA_OP_clear_netdev_stat:
-        dev.stats_cleared = 1;
-        return sets(kOk);
     case KOPA_OP_get_tls_cfg:
         if (dev.cert_count == 0)
             return KOPA_RESULT_NOENT;
@@ -417,9 +398,6 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
         put(reply,
             kopa_u32_value{dev.link ? (dev.static_speed != 0 ? dev.static_speed : 200000u) : 0u});
         return kOk;
-    case KOPA_OP_get_eth_duplex:
-        put(reply, kopa_u32_value{1});
-        return kOk;
     case KOPA_OP_set_pfc_enabled:
         return sets(store(dev, KOPA_OP_get_pfc_enabled, cmd));
     case KOPA_OP_get_pfc_enabled:
@@ -447,7 +425,6 @@ int32_t dispatch(Session &s, const Command &cmd, DeviceState &dev, std::vector<u
                   {0, 1, 2, 3, 4, 5, 6, 7});
         return kOk;
     case KOPA_OP_clear_link_his_stat:
-    case KOPA_OP_stop_roce_perftest:
         return kOk;
     default:
         break;

@@ -34,9 +34,15 @@ const char kHelp[] =
     "  get <logic_id> <field>  one value\n"
     "  set <logic_id> <field> <value>\n"
     "                          change one value (numbers in decimal or 0x hex; gateway and the\n"
-    "                          tables routes, arp, rules and ip-routes take \"none\" to clear;\n"
+    "                          tables routes, arp, rules, ip-routes, peers and processes take\n"
+    "                          \"none\" to clear;\n"
     "                          lldp/firmware text takes the escapes \\n\n"
     "                          \\r \\t \\b \\e \\\\ and \\xHH)\n"
+    "                          optical readings are in degrees C, V, mA and mW (bias and\n"
+    "                          power: one value for every lane or four, comma-separated);\n"
+    "                          peers takes \"<address> reachable [rtt_us]\", \"<address>\n"
+    "                          unreachable\" or \"<address> lossy <loss%> [rtt_us]\" and\n"
+    "                          processes \"<pid> <memory_mb> <name>\", one entry per set\n"
     "  wipe <logic_id>|--all   what a device reset does: every setting of the device (or of\n"
     "                          every device) back to its default; presence, ids, health, board,\n"
     "                          the vNIC, LLDP and firmware texts and TLS records stay\n"
@@ -149,6 +155,14 @@ void show_device(Session &s, uint32_t id)
         {"fec", "fec"},
         {"garp period", "garp-period"},
         {"garp status", "garp-status"},
+        {"duplex", "duplex"},
+        {"link flaps", "link-flaps"},
+        {"optical", "optical-present"},
+        {"optical temp", "optical-temp"},
+        {"optical rx mW", "optical-rx-power"},
+        {"pci gen", "pci-speed"},
+        {"pci width", "pci-width"},
+        {"perftest", "perftest"},
     };
     for (const auto &row : kFieldsShown) {
         std::string value;
@@ -156,10 +170,8 @@ void show_device(Session &s, uint32_t id)
             printf("  %-15s %s\n", row[0], value.c_str());
     }
     const char *const kTablesShown[][2] = {
-        {"routes", "routes"},
-        {"arp", "arp"},
-        {"ip rules", "rules"},
-        {"ip routes", "ip-routes"},
+        {"routes", "routes"},       {"arp", "arp"},     {"ip rules", "rules"},
+        {"ip routes", "ip-routes"}, {"peers", "peers"}, {"processes", "processes"},
     };
     for (const auto &row : kTablesShown) {
         std::string lines;

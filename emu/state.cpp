@@ -1,5 +1,6 @@
 // The emulated host's state files: host table, device files, faults, journal, log level.
 #include "emu/state.hpp"
+#include "emu/diag_state.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -22,7 +23,7 @@ namespace
 constexpr uint32_t kHostMagic = 0x4B454D48;   // "HMEK"
 constexpr uint32_t kDeviceMagic = 0x4B454D44; // "DMEK"
 constexpr uint32_t kVersion = 1;              // of the host table
-constexpr uint32_t kDeviceVersion = 2;        // of a device file
+constexpr uint32_t kDeviceVersion = 3;        // of a device file
 
 /// A file descriptor closed on scope exit.
 class Fd
@@ -258,6 +259,7 @@ DeviceState default_device(uint32_t logic_id)
     snprintf(d.firmware, sizeof d.firmware, "7.1.0.5.220");
     d.fec_mode = kDefaultFecMode;
     d.garp_period = kDefaultGarpPeriod;
+    default_diag_state(d, logic_id);
     return d;
 }
 
@@ -273,6 +275,7 @@ DeviceState reset_device(const DeviceState &old, uint32_t logic_id)
     d.tls_alarm_days = old.tls_alarm_days;
     d.cert_count = old.cert_count;
     memcpy(d.certs, old.certs, sizeof d.certs);
+    keep_diag_state(d, old);
     return d;
 }
 

@@ -59,6 +59,38 @@ struct GenericSlot {
     uint8_t data[kGenericMax];
 };
 
+inline constexpr uint32_t kMaxPeers = 16;
+inline constexpr uint32_t kMaxProcesses = 8;
+
+/// How a peer address answers the device's ping and RoCE test.
+enum PeerState : uint32_t {
+    kPeerReachable = 0,   ///< answers every echo
+    kPeerUnreachable = 1, ///< no neighbour answers for it: "unreachable"
+    kPeerLossy = 2,       ///< answers but loses `loss` percent of the echoes, evenly spread
+};
+
+/// One entry of the peer table. Addresses not in it never answer (the echo times out).
+struct PingPeer {
+    uint32_t ip;     ///< network byte order
+    uint32_t state;  ///< PeerState
+    uint32_t rtt_us; ///< round trip of an answered echo
+    uint32_t loss;   ///< percent, for kPeerLossy
+};
+
+/// The RoCE performance test of a device: it advances by a quarter of its iterations at each
+/// status query.
+struct PerftestState {
+    uint32_t state;      ///< KOPA_PERFTEST_*
+    uint32_t peer_ip;    ///< network byte order
+    uint32_t iterations; ///< requested
+    uint32_t done;       ///< iterations done
+    uint32_t samples;    ///< status queries that advanced it
+    uint32_t bw_last;    ///< Mbit/s of the latest sample
+    uint32_t bw_min;
+    uint32_t bw_max;
+    uint64_t bw_sum;
+};
+
 /// Network state of one device ("<dir>/dev-<logic_id>.bin"). Addresses in network byte order.
 struct DeviceState {
     uint32_t magic;
@@ -98,6 +130,21 @@ struct DeviceState {
     uint32_t fec_mode;                               ///< 0 off, 1 rs-fec, 2 base-r fec
     uint32_t garp_period;                            ///< gratuitous ARP period, seconds
     uint32_t garp_status;                            ///< gratuitous ARP switch, 0 off
+    // Version 3: diagnostics (emu/diag_state.cpp).
+    uint32_t duplex;        ///< 0 half, 1 full
+    uint32_t link_flaps;    ///< times the link went down
+    uint64_t link_change;   ///< seconds since the epoch of the last link change
+    uint64_t stat_up_ns;    ///< link-up time the counters have grown over since their clear
+    uint64_t stat_stamp_ns; ///< when stat_up_ns was brought up to date (realtime clock)
+    kopa_optical_info optical;
+    uint32_t pci_speed; ///< PCIe generation the link trained at
+    uint32_t pci_width; ///< lanes the link trained at
+    uint32_t peer_count;
+    PingPeer peers[kMaxPeers]; ///< keyed by address
+    uint32_t process_count;
+    kopa_process_record processes[kMaxProcesses];
+    PerftestState perftest;
+    uint32_t cdr_captures; ///< CDR captures triggered
 };
 
 /// Options of a fresh emulated host.
@@ -112,9 +159,10 @@ DeviceState default_device(uint32_t logic_id);
 
 /// What a reset leaves of device `logic_id`: every setting back to its default (addresses but
 /// the vNIC's, gateway, routes, MTU, MAC, link, UDP port, QoS state, ARP table, policy rules and
-/// routes, generic settings, FEC, gratuitous ARP, cfg status 0). The vNIC towards the host, the
-/// LLDP and firmware texts, the TLS records and the statistics stay; so do presence, ids,
-/// health and board, which live in the host table.
+/// routes, generic settings, FEC, gratuitous ARP, cfg status 0), no process and no RoCE test.
+/// The vNIC towards the host, the LLDP and firmware texts, the TLS records, the statistics, the
+/// optical module, the PCIe link, the duplex and the peer table stay (the link flaps count from
+/// the reset); so do presence, ids, health and board, which live in the host table.
 DeviceState reset_device(const DeviceState &old, uint32_t logic_id);
 
 /// Creates `dir` (and parents) and writes a fresh host; earlier state, faults, journal, keys and

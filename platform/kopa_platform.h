@@ -300,6 +300,252 @@ struct kopa_ip_route_record { /* 20 */
 #define KOPA_OPTICAL_INFO_SIZE 156u
 #define KOPA_NETDEV_STAT_SIZE 376u /* 47 u64 counters */
 
+/* ---- Diagnostics and statistics ---------------------------------------------------------- */
+
+/* The port's packet counters (get_netdev_stat), in record order: 47 u64 values that count up
+ * from the last clear_netdev_stat. X(name) once per counter. */
+/* clang-format off */
+#define KOPA_NETDEV_STAT_COUNTERS(X) \
+    X(rx_packets) X(tx_packets) X(rx_bytes) X(tx_bytes) \
+    X(rx_unicast) X(tx_unicast) X(rx_multicast) X(tx_multicast) \
+    X(rx_broadcast) X(tx_broadcast) X(rx_errors) X(tx_errors) \
+    X(rx_dropped) X(tx_dropped) X(rx_crc_errors) X(rx_length_errors) \
+    X(rx_undersize) X(rx_oversize) X(rx_fragments) X(rx_jabbers) \
+    X(rx_fifo_errors) X(tx_fifo_errors) X(rx_pause) X(tx_pause) \
+    X(rx_pfc_prio0) X(rx_pfc_prio1) X(rx_pfc_prio2) X(rx_pfc_prio3) \
+    X(rx_pfc_prio4) X(rx_pfc_prio5) X(rx_pfc_prio6) X(rx_pfc_prio7) \
+    X(tx_pfc_prio0) X(tx_pfc_prio1) X(tx_pfc_prio2) X(tx_pfc_prio3) \
+    X(tx_pfc_prio4) X(tx_pfc_prio5) X(tx_pfc_prio6) X(tx_pfc_prio7) \
+    X(rx_fec_corrected) X(rx_fec_uncorrected) X(rx_symbol_errors) X(roce_rx_packets) \
+    X(roce_tx_packets) X(roce_rx_cnp) X(roce_tx_cnp)
+/* clang-format on */
+
+struct kopa_netdev_stat { /* 376 */
+#define KOPA_NETDEV_STAT_FIELD(name) uint64_t name;
+    KOPA_NETDEV_STAT_COUNTERS(KOPA_NETDEV_STAT_FIELD)
+#undef KOPA_NETDEV_STAT_FIELD
+};
+
+/* The optical module in the port's cage (get_optical_info). Readings and thresholds are in the
+ * units of the modules' own diagnostic pages: temperature in 1/256 degree C (signed), supply
+ * voltage in 100 uV, laser bias in 2 uA, optical power in 0.1 uW. Texts are padded with blanks
+ * and need not be terminated. */
+#define KOPA_OPTICAL_LANES 4u
+struct kopa_optical_limits { /* 8: one reading's thresholds */
+    uint16_t high_alarm;
+    uint16_t high_warning;
+    uint16_t low_warning;
+    uint16_t low_alarm;
+};
+struct kopa_optical_temp_limits { /* 8: the temperature's thresholds */
+    int16_t high_alarm;
+    int16_t high_warning;
+    int16_t low_warning;
+    int16_t low_alarm;
+};
+struct kopa_optical_info { /* 156 */
+    uint8_t present;       /* 0: the cage is empty, nothing else is valid */
+    uint8_t identifier;    /* module type: 0x03 SFP, 0x0D QSFP+, 0x11 QSFP28, 0x18 QSFP-DD, ... */
+    uint8_t lanes;         /* channels in use, 1..4 */
+    uint8_t reserved0;
+    char vendor[16];
+    char part_number[16];
+    char serial[16];
+    int16_t temperature;
+    uint16_t voltage;
+    uint16_t bias[KOPA_OPTICAL_LANES];
+    uint16_t tx_power[KOPA_OPTICAL_LANES];
+    uint16_t rx_power[KOPA_OPTICAL_LANES];
+    struct kopa_optical_temp_limits temperature_limits;
+    struct kopa_optical_limits voltage_limits;
+    struct kopa_optical_limits bias_limits;
+    struct kopa_optical_limits tx_power_limits;
+    struct kopa_optical_limits rx_power_limits;
+    uint8_t reserved1[36];
+};
+
+/* Port status (get_netdev_status, caller-given length: the record). */
+struct kopa_netdev_status { /* 40 */
+    uint32_t link;          /* 0 down, 1 up */
+    uint32_t speed;         /* Mbit/s; 0 while down */
+    uint32_t duplex;        /* 0 half, 1 full */
+    uint32_t fec_mode;      /* 0 off, 1 rs-fec, 2 base-r fec */
+    uint32_t mtu;
+    uint32_t autoneg;    /* 0 off, 1 on */
+    uint32_t link_flaps; /* times the link went down since the device started */
+    uint32_t reserved;
+    uint64_t last_change; /* seconds since the epoch of the last link change; 0 none */
+};
+
+/* PCIe function of the device (get_pci_info, caller-given length: the record). Link speeds
+ * are PCIe generations 1..6 (2.5, 5, 8, 16, 32, 64 GT/s). */
+struct kopa_pci_info { /* 32 */
+    uint16_t domain;
+    uint8_t bus;
+    uint8_t device;
+    uint8_t function;
+    uint8_t reserved0[3];
+    uint16_t vendor_id;
+    uint16_t device_id;
+    uint16_t subsystem_vendor_id;
+    uint16_t subsystem_id;
+    uint8_t link_speed; /* generation the link trained at */
+    uint8_t link_width; /* lanes the link trained at */
+    uint8_t max_link_speed;
+    uint8_t max_link_width;
+    uint8_t reserved1[12];
+};
+
+/* Processes that use the device (get_device_process): as many whole records as run, at most
+ * the caller's buffer. */
+struct kopa_process_record { /* 40 */
+    uint32_t pid;
+    uint32_t memory_mb; /* device memory in use, MiB */
+    char name[32];      /* need not be terminated */
+};
+#define KOPA_PROCESS_MAX 32u
+
+/* Queue pair context of the RoCE engine (get_roce_context: the 8-byte query, the record). */
+struct kopa_roce_context_query { /* 8 */
+    uint32_t qpn;                /* 0 .. 0xFFFFFF */
+    uint32_t reserved;
+};
+struct kopa_roce_qp_context { /* 64 */
+    uint32_t qpn;
+    uint32_t state; /* 0 RESET, 1 INIT, 2 RTR, 3 RTS, 4 SQD, 5 SQE, 6 ERR */
+    uint32_t type;  /* 0 RC, 1 UC, 2 UD, 3 GSI */
+    uint32_t dest_qpn;
+    uint32_t dest_ip;  /* network byte order */
+    uint32_t path_mtu; /* bytes, 256 .. 4096 */
+    uint32_t sq_psn;   /* next packet sequence number sent */
+    uint32_t rq_psn;   /* next packet sequence number expected */
+    uint32_t sq_depth; /* work requests */
+    uint32_t rq_depth;
+    uint32_t sq_head;     /* producer index of the send queue */
+    uint32_t sq_tail;     /* consumer index of the send queue */
+    uint32_t retry_count; /* 0 .. 7 */
+    uint32_t rnr_retry;   /* 0 .. 7 */
+    uint8_t traffic_class;
+    uint8_t priority; /* 0 .. 7 */
+    uint8_t hop_limit;
+    uint8_t reserved0;
+    uint32_t reserved1;
+};
+#define KOPA_QPN_MAX 0xFFFFFFu
+
+/* Ethernet registers: the dump of get_eth_reg_info (as many records as the block holds, at
+ * most the caller's buffer) and one value by offset (get_network_register: u32 offset in, u32
+ * value out). */
+struct kopa_reg_record { /* 8 */
+    uint32_t offset;
+    uint32_t value;
+};
+
+/* Back-pressure state of the port's scheduler (get_ssu_reg, caller-given length: the record). */
+struct kopa_backpressure_info {    /* 72 */
+    uint32_t port_paused;          /* 1 while the port's transmission is held by the link partner */
+    uint32_t prio_paused;          /* bit i: priority i is held */
+    uint64_t prio_pause_frames[8]; /* pause frames received per priority */
+};
+
+/* Port self-check (get_eth_test_info: u8 test type in, the record out). */
+#define KOPA_ETH_TEST_ALL 0u
+#define KOPA_ETH_TEST_ITEMS 6u /* register, mac loopback, serdes loopback, link, optical, pcs */
+struct kopa_eth_test_info {    /* 28 */
+    uint32_t items;            /* items tested */
+    uint32_t result[KOPA_ETH_TEST_ITEMS]; /* 0 pass, 1 fail, 2 not run */
+};
+
+/* Ping from the device (ping_fun): one echo request per call; the device waits for the reply
+ * at most `timeout_ms`. */
+struct kopa_ping_req { /* 16 */
+    uint32_t dst_ip;   /* network byte order */
+    uint32_t size;     /* payload bytes */
+    uint32_t seq;      /* sequence number, from 1 */
+    uint32_t timeout_ms;
+};
+#define KOPA_PING_REPLY 0u       /* an echo reply came back */
+#define KOPA_PING_TIMEOUT 1u     /* nothing came back in time */
+#define KOPA_PING_UNREACHABLE 2u /* the destination is unreachable (no neighbour answered) */
+struct kopa_ping_reply {         /* 16 */
+    uint32_t status;
+    uint32_t rtt_us; /* round trip of a reply, microseconds */
+    uint32_t ttl;
+    uint32_t bytes; /* bytes of the reply */
+};
+
+/* RoCE performance test: started with the peer and the iterations; the status, report and
+ * stop take the 4-byte query. A start while a test runs is -16; a report before any test, and
+ * a stop without a running test, are -2. */
+#define KOPA_PERFTEST_ITER_MIN 5u
+#define KOPA_PERFTEST_ITER_MAX 20000u
+struct kopa_roce_perftest_req { /* 16 */
+    uint32_t port_id;
+    uint32_t peer_ip;    /* network byte order */
+    uint32_t iterations; /* 5 .. 20000 */
+    uint32_t reserved;
+};
+struct kopa_roce_perftest_query { /* 4 */
+    uint32_t port_id;
+};
+#define KOPA_PERFTEST_IDLE 0u
+#define KOPA_PERFTEST_RUNNING 1u
+#define KOPA_PERFTEST_DONE 2u
+#define KOPA_PERFTEST_STOPPED 3u
+#define KOPA_PERFTEST_FAILED 4u    /* the peer did not answer */
+struct kopa_roce_perftest_status { /* 10 */
+    uint8_t state;
+    uint8_t percent; /* of the iterations done */
+    uint32_t iterations_done;
+    uint32_t bandwidth; /* Mbit/s of the latest sample; 0 before the first */
+};
+struct kopa_roce_perftest_report { /* 40: caller-given length */
+    uint32_t state;
+    uint32_t peer_ip; /* network byte order */
+    uint32_t iterations;
+    uint32_t iterations_done;
+    uint32_t msg_size; /* bytes per message */
+    uint32_t samples;
+    uint32_t bw_min; /* Mbit/s over the samples */
+    uint32_t bw_avg;
+    uint32_t bw_max;
+    uint32_t reserved;
+};
+
+/* Clock-data-recovery diagnostics. trig_query_cdr_info takes the 8-byte trigger and answers 8
+ * bytes; get_cdr_reg_info reads up to 118 registers of one lane; query_mac_lane_cdr_info
+ * answers the CDR state of each MAC lane. */
+#define KOPA_CDR_TRIG_REG 0u     /* capture the CDR registers of the lanes */
+#define KOPA_CDR_TRIG_EXT_LOG 1u /* capture the extended CDR log */
+struct kopa_cdr_trigger {        /* 8 */
+    uint32_t type;
+    uint32_t lane_mask; /* bit i: lane i */
+};
+struct kopa_cdr_trigger_reply { /* 8 */
+    uint32_t lanes;             /* lanes captured */
+    uint32_t capture;           /* sequence number of the capture */
+};
+#define KOPA_CDR_REGS_MAX 118u
+struct kopa_cdr_reg_block { /* 480: request (addresses) and reply (values) */
+    uint32_t lane;
+    uint32_t count;                  /* registers used, 1 .. 118 */
+    uint32_t reg[KOPA_CDR_REGS_MAX]; /* request: addresses; reply: values */
+};
+struct kopa_cdr_lane_info { /* 28 */
+    uint32_t locked;        /* 1 while the CDR holds lock */
+    uint32_t loss_of_lock;  /* times it lost lock */
+    int32_t freq_offset_ppm;
+    uint32_t eye_height_mv;
+    uint32_t eye_width_mui; /* milli unit intervals */
+    uint32_t snr_centi_db;  /* signal to noise, 0.01 dB */
+    uint32_t reserved;
+};
+struct kopa_mac_lane_cdr_info { /* 120 */
+    uint32_t lanes;             /* lanes in use, 1..4 */
+    uint32_t reserved;
+    struct kopa_cdr_lane_info lane[4];
+};
+
 #pragma pack(pop)
 
 /* ---- Operation catalogue ------------------------------------------------------------------------
@@ -390,7 +636,8 @@ struct kopa_ip_route_record { /* 20 */
     X(add_ip_route, 0x10C, 20, 0)                                                                  \
     X(del_ip_route, 0x10D, 20, 0)                                                                  \
     X(get_ip_routes, 0x10E, 0, KOPA_SIZE_CALLER)                                                   \
-    X(get_generic_info, 0x10F, 0, 8)
+    X(get_generic_info, 0x10F, 0, 8)                                                               \
+    X(start_roce_perftest, 0x81, KOPA_SIZE_CALLER, 0)
 
 /** Opcode constants: KOPA_OP_set_mtu, KOPA_OP_get_mtu, ... */
 enum kopa_opcode {
@@ -421,6 +668,24 @@ static_assert(sizeof(kopa_generic_set) == 8 && sizeof(kopa_generic_info) == 8, "
 static_assert(sizeof(kopa_arp_record) == 16, "arp record is 16 bytes");
 static_assert(sizeof(kopa_ip_rule_record) == 16 && sizeof(kopa_ip_route_record) == 20,
               "policy routing records");
+static_assert(sizeof(kopa_netdev_stat) == KOPA_NETDEV_STAT_SIZE, "statistics are 47 counters");
+static_assert(sizeof(kopa_optical_info) == KOPA_OPTICAL_INFO_SIZE, "optical record is 156 bytes");
+static_assert(sizeof(kopa_netdev_status) == 40, "netdev status record is 40 bytes");
+static_assert(sizeof(kopa_pci_info) == 32, "pci record is 32 bytes");
+static_assert(sizeof(kopa_process_record) == 40, "process record is 40 bytes");
+static_assert(sizeof(kopa_roce_context_query) == 8 && sizeof(kopa_roce_qp_context) == 64,
+              "roce context records");
+static_assert(sizeof(kopa_reg_record) == 8, "register record is 8 bytes");
+static_assert(sizeof(kopa_backpressure_info) == 72, "backpressure record is 72 bytes");
+static_assert(sizeof(kopa_eth_test_info) == 28, "self-check record is 28 bytes");
+static_assert(sizeof(kopa_ping_req) == 16 && sizeof(kopa_ping_reply) == 16, "ping records");
+static_assert(sizeof(kopa_roce_perftest_req) == 16 && sizeof(kopa_roce_perftest_query) == 4 &&
+                  sizeof(kopa_roce_perftest_status) == 10 &&
+                  sizeof(kopa_roce_perftest_report) == 40,
+              "roce perftest records");
+static_assert(sizeof(kopa_cdr_trigger) == 8 && sizeof(kopa_cdr_trigger_reply) == 8 &&
+                  sizeof(kopa_cdr_reg_block) == 480 && sizeof(kopa_mac_lane_cdr_info) == 120,
+              "cdr records");
 #endif
 
 #endif /* VORN_PLATFORM_KOPA_PLATFORM_H */

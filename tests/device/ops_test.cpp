@@ -54,6 +54,7 @@ struct Call {
     const char *name;
     std::function<int(uint32_t)> run;
     uint32_t caller_out = kLen; // expected size_out where the catalogue says caller-given
+    uint32_t caller_in = kLen;  // expected size_in where the catalogue says caller-given
 };
 
 // clang-format off
@@ -77,12 +78,12 @@ const Call kCalls[] = {
     {"get_route_table", [](uint32_t i) { return kopa_get_route_table(i, 0, as<char>(), kLen); }},
     {"add_route_table", [](uint32_t i) { return kopa_add_route_table(i, 0, as<kopa_route_record>()); }, 4},
     {"del_route_table", [](uint32_t i) { return kopa_del_route_table(i, 0, as<kopa_route_record>()); }, 4},
-    {"get_pci_info", [](uint32_t i) { return kopa_get_pci_info(i, b(), kLen); }},
-    {"get_roce_context", [](uint32_t i) { return kopa_get_roce_context(i, b(), b(), kLen); }},
-    {"get_eth_reg_info", [](uint32_t i) { return kopa_get_eth_reg_info(i, b(), kLen); }},
-    {"get_network_register", [](uint32_t i) { return kopa_get_network_register(i, 1, b(), kLen); }},
-    {"get_optical_info", [](uint32_t i) { return kopa_get_optical_info(i, b()); }},
-    {"get_netdev_stat", [](uint32_t i) { return kopa_get_netdev_stat(i, b()); }},
+    {"get_pci_info", [](uint32_t i) { return kopa_get_pci_info(i, as<kopa_pci_info>()); }, 32},
+    {"get_roce_context", [](uint32_t i) { return kopa_get_roce_context(i, as<kopa_roce_context_query>(), as<kopa_roce_qp_context>()); }, 64},
+    {"get_eth_reg_info", [](uint32_t i) { return kopa_get_eth_reg_info(i, as<kopa_reg_record>(), count<kopa_reg_record>()); }},
+    {"get_network_register", [](uint32_t i) { return kopa_get_network_register(i, 4, as<uint32_t>()); }, 4},
+    {"get_optical_info", [](uint32_t i) { return kopa_get_optical_info(i, as<kopa_optical_info>()); }},
+    {"get_netdev_stat", [](uint32_t i) { return kopa_get_netdev_stat(i, as<kopa_netdev_stat>()); }},
     {"get_tls_cfg", [](uint32_t i) { return kopa_get_tls_cfg(i, 0, as<kopa_tls_cert_info>(), 2); }, 248},
     {"clear_netdev_stat", [](uint32_t i) { return kopa_clear_netdev_stat(i); }},
     {"set_tls_cfg", [](uint32_t i) { return kopa_set_tls_cfg(i, g_buf); }},
@@ -90,26 +91,27 @@ const Call kCalls[] = {
     {"set_tls_enable", [](uint32_t i) { return kopa_set_tls_enable(i, 1); }},
     {"set_tls_alarm", [](uint32_t i) { return kopa_set_tls_alarm(i, 30); }},
     {"get_firmware_version", [](uint32_t i) { return kopa_get_firmware_version(i, as<char>(), kLen); }},
-    {"get_device_process", [](uint32_t i) { return kopa_get_device_process(i, b(), kLen); }},
+    {"get_device_process", [](uint32_t i) { return kopa_get_device_process(i, as<kopa_process_record>(), count<kopa_process_record>()); }, 40},
     {"get_vnic_status", [](uint32_t i) { return kopa_get_vnic_status(i, 0, as<uint32_t>()); }},
     {"get_tls_digital_envelope_pub_ky", [](uint32_t i) { return kopa_get_tls_digital_envelope_pub_ky(i, as<kopa_envelope_pub_key>()); }},
     {"set_roce_port", [](uint32_t i) { return kopa_set_roce_port(i, 0, 4791); }},
     {"get_roce_port", [](uint32_t i) { return kopa_get_roce_port(i, 0); }},
     {"set_cfg_status", [](uint32_t i) { return kopa_set_cfg_status(i, 1); }},
     {"get_cfg_status", [](uint32_t i) { return kopa_get_cfg_status(i, as<uint32_t>()); }},
-    {"get_netdev_status", [](uint32_t i) { return kopa_get_netdev_status(i, b(), kLen); }},
+    {"get_netdev_status", [](uint32_t i) { return kopa_get_netdev_status(i, as<kopa_netdev_status>()); }, 40},
     {"set_generic_info", [](uint32_t i) { return kopa_set_generic_info(i, b(), kLen); }},
     {"get_link_his_stat", [](uint32_t i) { return kopa_get_link_his_stat(i, b(), kLen); }},
     {"clear_link_his_stat", [](uint32_t i) { return kopa_clear_link_his_stat(i); }},
     {"get_roce_dfx_len", [](uint32_t i) { return kopa_get_roce_dfx_len(i, b(), kLen); }},
     {"get_roce_dfx_data", [](uint32_t i) { return kopa_get_roce_dfx_data(i, 0, b(), kLen); }},
-    {"get_roce_perftest_status", [](uint32_t i) { return kopa_get_roce_perftest_status(i, b(), kLen, b()); }},
-    {"get_roce_perftest_report", [](uint32_t i) { return kopa_get_roce_perftest_report(i, b(), kLen, b(), kLen); }},
-    {"stop_roce_perftest", [](uint32_t i) { return kopa_stop_roce_perftest(i, b(), kLen); }},
+    {"start_roce_perftest", [](uint32_t i) { return kopa_start_roce_perftest(i, as<kopa_roce_perftest_req>()); }, kLen, 16},
+    {"get_roce_perftest_status", [](uint32_t i) { return kopa_get_roce_perftest_status(i, as<kopa_roce_perftest_query>(), as<kopa_roce_perftest_status>()); }, kLen, 4},
+    {"get_roce_perftest_report", [](uint32_t i) { return kopa_get_roce_perftest_report(i, as<kopa_roce_perftest_query>(), as<kopa_roce_perftest_report>()); }, 40, 4},
+    {"stop_roce_perftest", [](uint32_t i) { return kopa_stop_roce_perftest(i, as<kopa_roce_perftest_query>()); }, kLen, 4},
     {"reset_roce_perftest", [](uint32_t i) { return kopa_reset_roce_perftest(i, b()); }},
     {"get_eth_speed", [](uint32_t i) { return kopa_get_eth_speed(i, as<uint32_t>()); }},
     {"get_eth_duplex", [](uint32_t i) { return kopa_get_eth_duplex(i, as<uint32_t>()); }},
-    {"get_ssu_reg", [](uint32_t i) { return kopa_get_ssu_reg(i, b(), kLen); }},
+    {"get_ssu_reg", [](uint32_t i) { return kopa_get_ssu_reg(i, as<kopa_backpressure_info>()); }, 72},
     {"get_serdes_ctle_info", [](uint32_t i) { return kopa_get_serdes_ctle_info(i, b()); }},
     {"get_serdes_dfe_info", [](uint32_t i) { return kopa_get_serdes_dfe_info(i, b()); }},
     {"get_serdes_ffe_info", [](uint32_t i) { return kopa_get_serdes_ffe_info(i, b()); }},
@@ -117,9 +119,9 @@ const Call kCalls[] = {
     {"set_fec_info", [](uint32_t i) { return kopa_set_fec_info(i, 1); }},
     {"get_pcs_info", [](uint32_t i) { return kopa_get_pcs_info(i, b()); }},
     {"get_adapt_status_info", [](uint32_t i) { return kopa_get_adapt_status_info(i, 0, b()); }},
-    {"trig_query_cdr_info", [](uint32_t i) { return kopa_trig_query_cdr_info(i, b(), kLen, b()); }},
-    {"query_mac_lane_cdr_info", [](uint32_t i) { return kopa_query_mac_lane_cdr_info(i, b()); }},
-    {"get_cdr_reg_info", [](uint32_t i) { return kopa_get_cdr_reg_info(i, b(), b()); }},
+    {"trig_query_cdr_info", [](uint32_t i) { return kopa_trig_query_cdr_info(i, as<kopa_cdr_trigger>(), as<kopa_cdr_trigger_reply>()); }, kLen, 8},
+    {"query_mac_lane_cdr_info", [](uint32_t i) { return kopa_query_mac_lane_cdr_info(i, as<kopa_mac_lane_cdr_info>()); }},
+    {"get_cdr_reg_info", [](uint32_t i) { return kopa_get_cdr_reg_info(i, as<kopa_cdr_reg_block>(), as<kopa_cdr_reg_block>()); }},
     {"get_pfc_enabled", [](uint32_t i) { return kopa_get_pfc_enabled(i, as<kopa_pfc_info>()); }},
     {"set_pfc_enabled", [](uint32_t i) { return kopa_set_pfc_enabled(i, b(), kLen); }},
     {"get_tc_cfg", [](uint32_t i) { return kopa_get_tc_cfg(i, as<kopa_tc_cfg_info>()); }},
@@ -127,11 +129,11 @@ const Call kCalls[] = {
     {"get_current_tc_used", [](uint32_t i) { return kopa_get_current_tc_used(i, 0, as<uint32_t>()); }},
     {"get_prio_tc_info", [](uint32_t i) { return kopa_get_prio_tc_info(i, b(), kLen); }},
     {"set_prio_tc_info", [](uint32_t i) { return kopa_set_prio_tc_info(i, b(), kLen); }},
-    {"ping_fun", [](uint32_t i) { return kopa_ping_fun(i, b(), kLen, b(), kLen); }},
+    {"ping_fun", [](uint32_t i) { return kopa_ping_fun(i, as<kopa_ping_req>(), as<kopa_ping_reply>()); }, 16, 16},
     {"get_gratuitous_arp_info", [](uint32_t i) { return kopa_get_gratuitous_arp_info(i, 0, as<kopa_garp_info>()); }},
     {"set_gratuitous_arp_info", [](uint32_t i) { return kopa_set_gratuitous_arp_info(i, b(), kLen); }},
     {"set_optical_auto_adapt", [](uint32_t i) { return kopa_set_optical_auto_adapt(i, b(), kLen); }},
-    {"get_eth_test_info", [](uint32_t i) { return kopa_get_eth_test_info(i, 1, b(), kLen); }},
+    {"get_eth_test_info", [](uint32_t i) { return kopa_get_eth_test_info(i, 1, as<kopa_eth_test_info>()); }, 28},
     {"add_arp_entry", [](uint32_t i) { return kopa_add_arp_entry(i, as<kopa_arp_record>()); }},
     {"del_arp_entry", [](uint32_t i) { return kopa_del_arp_entry(i, as<kopa_arp_record>()); }},
     {"get_arp_table", [](uint32_t i) { return kopa_get_arp_table(i, as<kopa_arp_record>(), count<kopa_arp_record>()); }},
@@ -147,6 +149,14 @@ const Call kCalls[] = {
 
 // The two answers of 2000 bytes that are texts of the device's length, not records.
 const std::set<std::string> kTextReplies = {"lldp_get_neighbor_info", "reset_roce_perftest"};
+
+// Caller-given replies that are one record of the project's layout: the caller gives its size
+// and the reply must fill it.
+const std::map<std::string, uint32_t> kRecordReplies = {
+    {"get_pci_info", 32},      {"get_roce_context", 64},         {"get_network_register", 4},
+    {"get_netdev_status", 40}, {"get_roce_perftest_report", 40}, {"get_ssu_reg", 72},
+    {"ping_fun", 16},          {"get_eth_test_info", 28},
+};
 
 const Call &call_of(const std::string &name)
 {
@@ -164,9 +174,11 @@ std::vector<std::pair<std::string, uint32_t>> gets(bool fixed)
     for (const auto &[name, wire] : catalogue()) {
         if (wire.size_out == 0)
             continue;
-        const bool is_fixed = wire.size_out != KOPA_SIZE_CALLER && kTextReplies.count(name) == 0;
+        const auto record = kRecordReplies.find(name);
+        const uint32_t size = record != kRecordReplies.end() ? record->second : wire.size_out;
+        const bool is_fixed = size != KOPA_SIZE_CALLER && kTextReplies.count(name) == 0;
         if (is_fixed == fixed)
-            out.emplace_back(name, wire.size_out);
+            out.emplace_back(name, size);
     }
     return out;
 }
@@ -204,7 +216,7 @@ TEST_F(OpsTest, EveryOperationSendsItsOpcodeAndSizes)
         const ds_req &req = fw().requests.front();
         EXPECT_EQ(req.logic_id, 5u);
         EXPECT_EQ(req.opcode, want.opcode);
-        EXPECT_EQ(req.size_in, want.size_in == KOPA_SIZE_CALLER ? kLen : want.size_in);
+        EXPECT_EQ(req.size_in, want.size_in == KOPA_SIZE_CALLER ? call.caller_in : want.size_in);
         EXPECT_EQ(req.size_out,
                   want.size_out == KOPA_SIZE_CALLER ? call.caller_out : want.size_out);
         const bool pid_read = it->first == "get_route_table" || it->first == "get_netdev_status";

@@ -301,7 +301,7 @@ TEST_F(EmuChannelTest, ShortRepliesKeepTheirLeadingBytesAndNothingElse)
         {KOPA_OP_get_mtu, "get_mtu", 5, 2},
         {KOPA_OP_get_mtu, "get_mtu", 5, 0}, // empty, yet result 0
         {KOPA_OP_get_mac_address, "get_mac_address", 6, 5},
-        {KOPA_OP_get_netdev_stat, "get_netdev_stat", KOPA_NETDEV_STAT_SIZE, 100},
+        {KOPA_OP_get_optical_info, "get_optical_info", KOPA_OPTICAL_INFO_SIZE, 100},
         {KOPA_OP_get_firmware_version, "get_firmware_version", 128, 3}, // no terminator left
         {KOPA_OP_get_roce_port, "get_roce_port", 6, 6},                 // the whole record
     };
