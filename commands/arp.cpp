@@ -15,6 +15,7 @@
 #include "commands/keyword_args.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_lines.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
@@ -228,15 +229,8 @@ int32_t tool_send_arp_recovery_cmd(DevRef dev, const char *line)
         DRV_DBG("not an arp line of logic_id[%u], skipped: %s", dev.logic_id, line);
         return kOk;
     }
-    char buf[kCfgLineSize];
-    char *words[6];
-    const int n = cmd_split_saved_line(line, buf, sizeof(buf), words, 6);
-    ArpText text{};
-    int32_t ret = n < 0 ? kErrParamInvalid
-                        : read_arp_words(CMD_HERE, n, words, true, WordsFrom::kSaved, &text);
     kopa_arp_record rec{};
-    if (ret == kOk)
-        ret = arp_record(text, true, &rec);
+    int32_t ret = tool_saved_arp_record(line, &rec);
     if (ret != kOk) {
         DRV_ERR("Invalid arp line. (ret=%d; line=\"%s\")", ret, line);
         return ret;
@@ -285,6 +279,19 @@ extern constexpr CmdDesc kArpCmd{
     .unknown_op = {RefusalLog::kNone, nullptr, "Get unknown option!\n"},
     .masks = kArpMasks,
 };
+
+int32_t tool_saved_arp_record(const char *line, kopa_arp_record *entry)
+{
+    char buf[kCfgLineSize];
+    char *words[6];
+    const int n = cmd_split_saved_line(line, buf, sizeof(buf), words, 6);
+    ArpText text{};
+    int32_t ret = n < 0 ? kErrParamInvalid
+                        : read_arp_words(CMD_HERE, n, words, true, WordsFrom::kSaved, &text);
+    if (ret == kOk)
+        ret = arp_record(text, true, entry);
+    return ret;
+}
 
 int32_t tool_cfg_arp_recovery(DevRef dev)
 {

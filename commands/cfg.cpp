@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "commands/recovery.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
@@ -36,33 +37,9 @@ void tool_cfg_status_set(DevRef dev, uint32_t status)
         DRV_ERR("set cfg status fail, (ret=%d; logic_id=%u; status=%u)", ret, dev.logic_id, status);
 }
 
-// Replays every saved item of one device, in order; the first failing item stops the device.
-int32_t tool_cfg_cmd_recovery_dev(DevRef dev)
-{
-    if (access(cfg_conf_path(), F_OK) != 0) {
-        fputs("The config file does not exist. Failed to recover the configuration.\n", stderr);
-        DRV_ERR("The config file does not exist. Failed to recover the configuration.");
-        return kErrSysConfMissing;
-    }
-    tool_cfg_status_set(dev, kStatusStart);
-    RUN_LOG_CONFIG("start to recover config of phy_id[%u]\n", dev.phy_id);
-    // The file is read once for all the items: the setting lock keeps every writer out.
-    ConfSnapshot snapshot;
-    for (const ReplayItem &item : g_replay_items) {
-        const int32_t ret = item.replay(dev);
-        if (ret != kOk) {
-            DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item.name);
-            tool_cfg_status_set(dev, kStatusFail);
-            return ret;
-        }
-    }
-    tool_cfg_status_set(dev, kStatusSuccess);
-    return kOk;
-}
-
 int32_t tool_cfg_cmd_recovery(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
-    return tool_cfg_cmd_recovery_dev(dev_of(info));
+    return tool_cfg_recover_device(dev_of(info));
 }
 
 // Every device in list order; one that fails never stops the others.
@@ -99,7 +76,7 @@ int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info
         }
         info->logic_id = logic_id;
         info->phy_id = phy_id;
-        ret = tool_cfg_cmd_recovery_dev(dev_of(info));
+        ret = tool_cfg_recover_device(dev_of(info));
         if (ret == kOk) {
             printf("dev:%u recovery success\n", logic_id);
         } else {
@@ -159,3 +136,27 @@ extern constexpr CmdDesc kCfgAllCmd{
     .ops = kCfgAllOps,
     .unknown_op = kUnknownCfgOption,
 };
+
+// The first failing item stops the device.
+int32_t tool_cfg_recover_device(DevRef dev)
+{
+    if (access(cfg_conf_path(), F_OK) != 0) {
+        fputs("The config file does not exist. Failed to recover the configuration.\n", stderr);
+        DRV_ERR("The config file does not exist. Failed to recover the configuration.");
+        return kErrSysConfMissing;
+    }
+    tool_cfg_status_set(dev, kStatusStart);
+    RUN_LOG_CONFIG("start to recover config of phy_id[%u]\n", dev.phy_id);
+    // The file is read once for all the items: the setting lock keeps every writer out.
+    ConfSnapshot snapshot;
+    for (const ReplayItem &item : g_replay_items) {
+        const int32_t ret = item.replay(dev);
+        if (ret != kOk) {
+            DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item.name);
+            tool_cfg_status_set(dev, kStatusFail);
+            return ret;
+        }
+    }
+    tool_cfg_status_set(dev, kStatusSuccess);
+    return kOk;
+}

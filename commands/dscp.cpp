@@ -24,10 +24,10 @@ namespace
 
 constexpr const char *kDscpItem = "dscp_tc";
 constexpr uint32_t kDscpValueSize = 384; ///< replay buffer of the saved list
-constexpr uint32_t kDscpCount = 64;
+constexpr uint32_t kDscpCount = kDscpValues;
 constexpr uint32_t kDscpMax = kDscpCount - 1;
 constexpr size_t kDscpDigits = 2;
-constexpr uint8_t kNotSaved = 0xFF;
+constexpr uint8_t kNotSaved = kDscpNotSaved;
 constexpr const char *kSaveFailed = "Failed to write the dscp to tc map to the config file, and "
                                     "user configurations cannot be persisted.\n";
 
@@ -203,6 +203,14 @@ extern constexpr CmdDesc kDscpCmd{
     .ops = kDscpOps,
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
+
+int32_t qos_read_dscp_list(std::string_view text, uint8_t (&tc)[kDscpValues])
+{
+    DscpList list{};
+    const int32_t ret = read_dscp_list(text, &list);
+    memcpy(tc, list.tc, sizeof(list.tc));
+    return ret;
+}
 
 int32_t tool_cfg_dscp_recovery(DevRef dev)
 {

@@ -11,6 +11,7 @@
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_lines.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
@@ -26,17 +27,22 @@ constexpr uint32_t kDevTextSize = 8;   ///< "eth0" .. "eth7"
 constexpr int kRuleWords = 8;
 constexpr int kRouteWords = 10;
 
-/// The words of the saved line of device `dev` under `key_format` ("ip_rule_%u="), or 0 words
-/// when the line is not the device's. -1 when it cannot be split into at most `max` words.
-[[nodiscard]] int saved_words(DevRef dev, const char *key_format, const char *line, char *buf,
-                              char **words, int max)
+/// Whether `line` is a saved line of device `dev` under `key_format` ("ip_rule_%u="): it begins
+/// with the key. A line that only contains it further on is not the device's.
+[[nodiscard]] bool is_line_of(DevRef dev, const char *key_format, const char *line)
 {
     char key[kCfgLineSize];
     if (!format_text(key, sizeof(key), key_format, dev.logic_id) ||
         !cmd_is_saved_line_of(line, key)) {
         DRV_DBG("not a saved line of logic_id[%u], skipped: %s", dev.logic_id, line);
-        return 0;
+        return false;
     }
+    return true;
+}
+
+/// The words of the value of a saved line, at most `max`; -1 when there are none or too many.
+[[nodiscard]] int saved_words(const char *line, char *buf, char **words, int max)
+{
     const int n = cmd_split_saved_line(line, buf, kCfgLineSize, words, max);
     return n == 0 ? -1 : n;
 }
@@ -68,11 +74,37 @@ constexpr int kRouteWords = 10;
 
 int32_t tool_send_ip_rule_recovery_cmd(DevRef dev, const char *line)
 {
+    if (!is_line_of(dev, "ip_rule_%u=", line))
+        return kOk;
+    kopa_ip_rule_record rule{};
+    const int32_t ret = tool_saved_ip_rule_record(line, &rule);
+    if (ret != kOk) {
+        DRV_ERR("Invalid ip rule line. (ret=%d; line=\"%s\")", ret, line);
+        return ret;
+    }
+    return added(kopa_add_ip_rule(dev.logic_id, &rule), "ip rule", dev.logic_id);
+}
+
+int32_t tool_send_ip_route_recovery_cmd(DevRef dev, const char *line)
+{
+    if (!is_line_of(dev, "ip_route_%u=", line))
+        return kOk;
+    kopa_ip_route_record route{};
+    const int32_t ret = tool_saved_ip_route_record(line, &route);
+    if (ret != kOk) {
+        DRV_ERR("Invalid ip route line. (ret=%d; line=\"%s\")", ret, line);
+        return ret;
+    }
+    return added(kopa_add_ip_route(dev.logic_id, &route), "ip route", dev.logic_id);
+}
+
+} // namespace
+
+int32_t tool_saved_ip_rule_record(const char *line, kopa_ip_rule_record *rule)
+{
     char buf[kCfgLineSize];
     char *words[kRuleWords];
-    const int n = saved_words(dev, "ip_rule_%u=", line, buf, words, kRuleWords);
-    if (n == 0)
-        return kOk;
+    const int n = saved_words(line, buf, words, kRuleWords);
     char dir[kDirTextSize];
     char ip[kIpTextSize];
     char mask[kMaskTextSize];
@@ -83,28 +115,24 @@ int32_t tool_send_ip_rule_recovery_cmd(DevRef dev, const char *line)
         {"ip_mask", mask, sizeof(mask)},
         {"table", table, sizeof(table)},
     };
-    kopa_ip_rule_record rule{};
+    *rule = kopa_ip_rule_record{};
     int32_t ret =
         n < 0 ? kErrParamInvalid : cmd_read_keywords(CMD_HERE, n, words, args, WordsFrom::kSaved);
     if (ret == kOk)
-        ret = tool_inet_pton_ipv4_address(ip, &rule.ip);
-    if (ret != kOk) {
-        DRV_ERR("Invalid ip rule line. (ret=%d; line=\"%s\")", ret, line);
+        ret = tool_inet_pton_ipv4_address(ip, &rule->ip);
+    if (ret != kOk)
         return ret;
-    }
-    rule.dir = strcmp(dir, "from") == 0 ? 0 : 1;
-    rule.mask_bits = number_of(mask);
-    rule.table = number_of(table);
-    return added(kopa_add_ip_rule(dev.logic_id, &rule), "ip rule", dev.logic_id);
+    rule->dir = strcmp(dir, "from") == 0 ? 0 : 1;
+    rule->mask_bits = number_of(mask);
+    rule->table = number_of(table);
+    return kOk;
 }
 
-int32_t tool_send_ip_route_recovery_cmd(DevRef dev, const char *line)
+int32_t tool_saved_ip_route_record(const char *line, kopa_ip_route_record *route)
 {
     char buf[kCfgLineSize];
     char *words[kRouteWords];
-    const int n = saved_words(dev, "ip_route_%u=", line, buf, words, kRouteWords);
-    if (n == 0)
-        return kOk;
+    const int n = saved_words(line, buf, words, kRouteWords);
     char ip[kIpTextSize];
     char mask[kMaskTextSize];
     char via[kIpTextSize];
@@ -114,24 +142,20 @@ int32_t tool_send_ip_route_recovery_cmd(DevRef dev, const char *line)
         {"ip", ip, sizeof(ip)},      {"ip_mask", mask, sizeof(mask)}, {"via", via, sizeof(via)},
         {"dev", port, sizeof(port)}, {"table", table, sizeof(table)},
     };
-    kopa_ip_route_record route{};
+    *route = kopa_ip_route_record{};
     int32_t ret =
         n < 0 ? kErrParamInvalid : cmd_read_keywords(CMD_HERE, n, words, args, WordsFrom::kSaved);
     if (ret == kOk)
-        ret = tool_inet_pton_ipv4_address(ip, &route.ip);
+        ret = tool_inet_pton_ipv4_address(ip, &route->ip);
     if (ret == kOk)
-        ret = tool_inet_pton_ipv4_address(via, &route.via);
-    if (ret != kOk) {
-        DRV_ERR("Invalid ip route line. (ret=%d; line=\"%s\")", ret, line);
+        ret = tool_inet_pton_ipv4_address(via, &route->via);
+    if (ret != kOk)
         return ret;
-    }
-    route.mask_bits = number_of(mask);
-    route.dev = port_of(port);
-    route.table = number_of(table);
-    return added(kopa_add_ip_route(dev.logic_id, &route), "ip route", dev.logic_id);
+    route->mask_bits = number_of(mask);
+    route->dev = port_of(port);
+    route->table = number_of(table);
+    return kOk;
 }
-
-} // namespace
 
 int32_t tool_cfg_ip_rule_recovery(DevRef dev)
 {

@@ -57,6 +57,14 @@ struct QosSaved {
 [[nodiscard]] int32_t qos_save_failed(const CallSite &where, uint32_t phy_id, int32_t ret,
                                       const char *user_text);
 
+inline constexpr uint32_t kDscpValues = 64;    ///< DSCP values 0..63
+inline constexpr uint8_t kDscpNotSaved = 0xFF; ///< a DSCP value the saved list does not name
+
+/// Reads a saved DSCP list ("10:3,46:5": "dscp:tc" entries, each DSCP value at most once) into
+/// `tc`, kDscpNotSaved where the list names no class. 0, or the refusal of the first entry that
+/// does not read (0x2001, 0x200A, 0x200B).
+[[nodiscard]] int32_t qos_read_dscp_list(std::string_view text, uint8_t (&tc)[kDscpValues]);
+
 /// Checks a bandwidth limit text (1..400000 Mbit/s, at most 6 digits) and sets it as the
 /// port's shaper. Saves nothing. 0, 0x2001, 0x200C or 0x4001.
 [[nodiscard]] int32_t tool_port_shaping_set(DevRef dev, const char *text, SetMode mode);

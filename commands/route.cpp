@@ -342,38 +342,46 @@ int32_t tool_get_route_table(int /*argc*/, char ** /*argv*/, cmd_parse_info *inf
 
 [[nodiscard]] int32_t parse_route_line(const char *line, SavedRoute *route)
 {
-    unsigned a[4], m[4], g[4], section = 0;
-    int n = sscanf(line, "route_address_%u.%u.%u.%u_netmask_%u.%u.%u.%u_%u=gateway_%u.%u.%u.%u",
-                   &a[0], &a[1], &a[2], &a[3], &m[0], &m[1], &m[2], &m[3], &section, &g[0], &g[1],
-                   &g[2], &g[3]);
-    if (n != 13 || quad_to_text(a, route->text.address) != kOk ||
-        quad_to_text(m, route->text.netmask) != kOk ||
-        quad_to_text(g, route->text.gateway) != kOk) {
-        DRV_ERR("sscanf_s buf(%s) to route config failed. ret(%d)", line, n);
+    SavedRouteLine parsed{};
+    if (tool_parse_route_line(line, &parsed) != kOk) {
+        DRV_ERR("sscanf_s buf(%s) to route config failed. ret(%d)", line, kErrnoNoMem);
         return kErrnoNoMem;
     }
-    route->section = section;
-    // Only a line in the form the tool writes can be found again by its key: a deletion that
-    // cannot remove the line would restart the walk on it for ever.
-    char canonical[kCfgLineSize];
-    int len = snprintf(canonical, sizeof(canonical), "route_address_%s_netmask_%s_%u=gateway_%s",
-                       route->text.address, route->text.netmask, section, route->text.gateway);
-    size_t line_len = strcspn(line, "\n");
-    if (len < 0 || static_cast<size_t>(len) != line_len ||
-        strncmp(canonical, line, line_len) != 0) {
-        DRV_ERR("sscanf_s buf(%s) to route config failed. ret(%d)", line, n);
-        return kErrnoNoMem;
-    }
+    memcpy(route->text.address, parsed.address, sizeof(parsed.address));
+    memcpy(route->text.netmask, parsed.netmask, sizeof(parsed.netmask));
+    memcpy(route->text.gateway, parsed.gateway, sizeof(parsed.gateway));
+    route->section = parsed.section;
     return kOk;
 }
 
-[[nodiscard]] bool is_route_line(std::string_view line)
+} // namespace
+
+bool tool_is_route_line(std::string_view line)
 {
     return line[0] != '#' && line.size() >= 3 && line.find('=') != std::string_view::npos &&
            line.starts_with("route");
 }
 
-} // namespace
+int32_t tool_parse_route_line(const char *line, SavedRouteLine *route)
+{
+    unsigned a[4], m[4], g[4], section = 0;
+    int n = sscanf(line, "route_address_%u.%u.%u.%u_netmask_%u.%u.%u.%u_%u=gateway_%u.%u.%u.%u",
+                   &a[0], &a[1], &a[2], &a[3], &m[0], &m[1], &m[2], &m[3], &section, &g[0], &g[1],
+                   &g[2], &g[3]);
+    if (n != 13 || quad_to_text(a, route->address) != kOk ||
+        quad_to_text(m, route->netmask) != kOk || quad_to_text(g, route->gateway) != kOk)
+        return kErrnoNoMem;
+    route->section = section;
+    // Only a line in the form the tool writes can be found again by its key: a deletion that
+    // cannot remove the line would restart the walk on it for ever.
+    char canonical[kCfgLineSize];
+    int len = snprintf(canonical, sizeof(canonical), "route_address_%s_netmask_%s_%u=gateway_%s",
+                       route->address, route->netmask, section, route->gateway);
+    size_t line_len = strcspn(line, "\n");
+    if (len < 0 || static_cast<size_t>(len) != line_len || strncmp(canonical, line, line_len) != 0)
+        return kErrnoNoMem;
+    return kOk;
+}
 
 int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32_t address,
                                           uint32_t netmask)
@@ -386,7 +394,7 @@ int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32
     // session at once and reaches the file as one replacement at the end.
     const std::string lines(conf.content());
     ret = cfg_for_each_piece(lines, [&](std::string_view piece) -> int {
-        if (!is_route_line(piece))
+        if (!tool_is_route_line(piece))
             return 0;
         char line[kCfgLineSize];
         memcpy(line, piece.data(), piece.size());

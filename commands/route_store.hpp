@@ -2,7 +2,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
+#include "base/text.hpp"
 #include "commands/setting.hpp"
 
 /// What the walk does with each saved route of the device.
@@ -20,3 +22,20 @@ enum class RouteAction {
 /// locked or rewound, -ENOMEM for a malformed route line, or the first failing route's code.
 [[nodiscard]] int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action,
                                                         uint32_t address, uint32_t netmask);
+
+/// One saved route line "route_address_A_netmask_M_<phy_id>=gateway_G", as the walk reads it.
+struct SavedRouteLine {
+    char address[kIpTextSize]; ///< destination, dotted quad
+    char netmask[kIpTextSize];
+    char gateway[kIpTextSize];
+    uint32_t section; ///< the physical id the line belongs to
+};
+
+/// Whether the walk takes `piece` (a line of the file, or a 383-character piece of a longer one)
+/// for a route line: not a comment, at least 3 characters, with "=", beginning with "route".
+[[nodiscard]] bool tool_is_route_line(std::string_view piece);
+
+/// Reads a route line (its newline may follow) into `route`. 0, or -ENOMEM when the line is not
+/// exactly in the form the route command writes: the walk stops on such a line, whatever device
+/// it names, since a deletion could not find it again by its key. Logs nothing.
+[[nodiscard]] int32_t tool_parse_route_line(const char *line, SavedRouteLine *route);

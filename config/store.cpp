@@ -247,32 +247,36 @@ int ConfSession::load()
     }
 }
 
+std::string_view cfg_find_answer(std::string_view content, std::string_view key)
+{
+    std::string_view found;
+    (void)cfg_for_each_piece(content, [&](std::string_view piece) {
+        // A prefix match over the key only: the first line that begins with the key answers,
+        // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
+        if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(key) || !piece_has_eq(piece))
+            return 0;
+        // The line ends at a zero byte before its newline, as a C string would.
+        piece = piece.substr(0, strnlen(piece.data(), piece.size()));
+        if (!piece_has_eq(piece))
+            return 0;
+        found = piece;
+        return 1;
+    });
+    return found;
+}
+
 int ConfSession::read(const char *key, char *value_out, uint32_t value_size) const
 {
     if (key == nullptr || value_out == nullptr)
         return kErrnoInval;
-    const std::string_view wanted(key);
-    const char *found = nullptr;
-    size_t found_len = 0;
-    (void)cfg_for_each_piece(content_, [&](std::string_view piece) {
-        // A prefix match over the key only: the first line that begins with the key answers,
-        // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
-        if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(wanted) ||
-            !piece_has_eq(piece))
-            return 0;
-        // The line ends at its newline, or at a zero byte before it, as a C string would.
-        piece = piece.substr(0, strnlen(piece.data(), piece.size()));
-        if (!piece.empty() && piece.back() == '\n')
-            piece.remove_suffix(1);
-        const size_t eq = piece.find('=');
-        if (eq == std::string_view::npos)
-            return 0;
-        found = piece.data() + eq + 1;
-        found_len = piece.size() - eq - 1;
-        return 1;
-    });
-    if (found == nullptr)
+    std::string_view piece = cfg_find_answer(content_, key);
+    if (piece.empty())
         return kErrSysNotFound;
+    if (piece.back() == '\n')
+        piece.remove_suffix(1);
+    const size_t eq = piece.find('=');
+    const char *found = piece.data() + eq + 1;
+    const size_t found_len = piece.size() - eq - 1;
     if (found_len >= value_size) {
         DRV_ERR("strcpy_s err[%d], len:%u", ERANGE, value_size);
         return kErrSysCopy;

@@ -149,3 +149,9 @@ template <typename Fn> int cfg_for_each_piece(std::string_view content, Fn &&fn)
     }
     return 0;
 }
+
+/// The piece of `content` (with its newline) that a read of `key` is answered by: the first, in
+/// file order, that begins with the key and holds "=", comments and pieces shorter than 3
+/// characters left aside; empty when none is. The key may continue in the piece ("mtu_10=..."
+/// answers "mtu_1"): the read's prefix rule.
+[[nodiscard]] std::string_view cfg_find_answer(std::string_view content, std::string_view key);

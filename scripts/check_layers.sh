@@ -4,7 +4,9 @@
 #   log/, config/, device/     may include base/ and each other's headers, never main/,
 #                              commands/ or tls/
 #   platform/kopa_platform.h   is included only by device/ and the driver-log channel
-# main/, commands/ and tls/ sit on top. Usage: scripts/check_layers.sh [source root]
+# main/, commands/ and tls/ sit on top. vornctl/, a second program on the same core library,
+# sits on top like main/: it may include every layer below it, and no layer includes vornctl/.
+# Usage: scripts/check_layers.sh [source root]
 set -uo pipefail
 root=${1:-$(dirname "$0")/..}
 cd "$root" || exit 2
@@ -26,12 +28,21 @@ for dir in log config device; do
   while IFS=: read -r file line inc; do
     [[ -n "$file" ]] || continue
     case "$inc" in
-      main/* | commands/* | tls/*) fail "$file:$line includes $inc ($dir/ must not reach upwards)" ;;
+      main/* | commands/* | tls/* | vornctl/*) fail "$file:$line includes $inc ($dir/ must not reach upwards)" ;;
     esac
   done < <(includes "$dir")
 done
 
-for dir in base log config commands main tls; do
+for dir in main commands tls; do
+  while IFS=: read -r file line inc; do
+    [[ -n "$file" ]] || continue
+    case "$inc" in
+      vornctl/*) fail "$file:$line includes $inc (vornctl/ is a program on top, not a layer)" ;;
+    esac
+  done < <(includes "$dir")
+done
+
+for dir in base log config commands main tls vornctl; do
   while IFS=: read -r file line inc; do
     [[ -n "$file" ]] || continue
     [[ "$inc" == platform/kopa_platform.h ]] || continue

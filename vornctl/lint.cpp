@@ -1,0 +1,707 @@
+// vornctl lint: RoCE consistency across the host (MTU, DSCP-to-class map, priority map, PFC,
+// traffic classes and UDP port agree; every gateway inside its device's segment) and the
+// hazards of /etc/vorn.conf under the store's key rules (a read answered by another device's
+// line, lines a deletion takes along, values longer than their recovery buffer, malformed
+// lines). Each finding has a severity and a suggested command or edit.
+#include <arpa/inet.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/result.hpp"
+#include "commands/route_store.hpp"
+#include "commands/saved_lines.hpp"
+#include "config/store.hpp"
+#include "device/device_info.hpp"
+#include "vornctl/host_view.hpp"
+#include "vornctl/items.hpp"
+#include "vornctl/vornctl.hpp"
+
+namespace
+{
+
+enum class Severity : uint8_t { kInfo, kWarning, kError };
+
+struct Finding {
+    Severity severity;
+    size_t line; ///< line of the configuration file, 0 for the host
+    std::string text;
+    std::string suggestion;
+};
+
+constexpr uint32_t kGroupSize = 4; ///< server boards group devices 0..3 and 4 and above
+
+/// One line of the file as the store reads it: a piece of at most 383 characters.
+struct Piece {
+    std::string text; ///< without its newline, cut at a zero byte as the deletion sees it
+    size_t line;      ///< line number, from 1
+    bool continued;   ///< a piece after the first of a longer line
+    bool comment;
+};
+
+std::vector<Piece> pieces_of(std::string_view conf)
+{
+    std::vector<Piece> pieces;
+    size_t line = 1;
+    bool continued = false;
+    (void)cfg_for_each_piece(conf, [&](std::string_view piece) {
+        const bool ends = piece.back() == '\n';
+        std::string text(piece.data(), strnlen(piece.data(), piece.size()));
+        if (!text.empty() && text.back() == '\n')
+            text.pop_back();
+        pieces.push_back({text, line, continued, !piece.empty() && piece[0] == '#'});
+        continued = !ends;
+        if (ends)
+            ++line;
+        return 0;
+    });
+    return pieces;
+}
+
+std::string key_of(std::string_view text)
+{
+    return std::string(text.substr(0, text.find('=')));
+}
+
+std::string value_of(std::string_view text)
+{
+    const size_t eq = text.find('=');
+    return eq == std::string_view::npos ? "" : std::string(text.substr(eq + 1));
+}
+
+bool all_digits(std::string_view text)
+{
+    return !text.empty() &&
+           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+/// The device id at the end of a key "<item>_<id>", when the key is exactly that.
+std::optional<uint32_t> id_of_key(std::string_view key, std::string_view item)
+{
+    if (key.size() <= item.size() + 1 || !key.starts_with(item) || key[item.size()] != '_')
+        return std::nullopt;
+    const std::string_view id = key.substr(item.size() + 1);
+    if (!all_digits(id) || id.size() > 4)
+        return std::nullopt;
+    return static_cast<uint32_t>(strtoul(std::string(id).c_str(), nullptr, 10));
+}
+
+bool inet_pton_ok(const std::string &text, uint32_t *address)
+{
+    in_addr addr{};
+    if (inet_pton(AF_INET, text.c_str(), &addr) != 1)
+        return false;
+    *address = addr.s_addr;
+    return true;
+}
+
+std::string hex(int32_t code)
+{
+    char text[16];
+    snprintf(text, sizeof(text), "0x%x", static_cast<unsigned>(code));
+    return text;
+}
+
+std::string list_of(const std::vector<uint32_t> &ids)
+{
+    std::string text;
+    for (uint32_t id : ids)
+        text += (text.empty() ? "" : ",") + std::to_string(id);
+    return text;
+}
+
+/// What lint knows of the host: the devices it may check, and the file.
+struct LintContext {
+    const HostView *host;
+    std::vector<Piece> pieces;
+    std::set<uint32_t> phy_ids;   ///< present devices (all 16 ids when they cannot be listed)
+    std::set<uint32_t> logic_ids; ///< the same, logical
+    std::string conf_name;        ///< the file's path, for the texts
+    std::vector<Finding> findings;
+
+    void add(Severity s, size_t line, std::string text, std::string suggestion)
+    {
+        findings.push_back({s, line, std::move(text), std::move(suggestion)});
+    }
+
+    /// The value of the first line whose key is exactly `key` (the write's and the
+    /// administrator's idea of the line), or nullopt.
+    [[nodiscard]] std::optional<std::string> own_value(const std::string &key) const
+    {
+        for (const Piece &p : pieces) {
+            if (!p.comment && !p.continued && key_of(p.text) == key &&
+                p.text.find('=') != std::string::npos)
+                return value_of(p.text);
+        }
+        return std::nullopt;
+    }
+};
+
+// ---- Suggested commands ----------------------------------------------------------------------
+
+/// The words after "vorn_tool -i <id>" that save `item`, with {name} standing for the saved
+/// value of the item `name`.
+const char *set_words(std::string_view item)
+{
+    static const std::map<std::string_view, const char *> kWords = {
+        {"address", "-ip -s address {address} netmask {netmask}"},
+        {"netmask", "-ip -s address {address} netmask {netmask}"},
+        {"gateway", "-gateway -s gateway {gateway}"},
+        {"netdetect", "-netdetect -s address {netdetect}"},
+        {"mtu", "-mtu -s size {mtu}"},
+        {"mac_addr", "-mac -s mac {mac_addr}"},
+        {"dscp_tc", "-dscp_to_tc -s dscp {dscp} tc {tc}"},
+        {"static_speed", "-generic -s speed {static_speed}"},
+        {"auto_adapt", "-generic -s auto_adapt {auto_adapt}"},
+        {"bw_limit", "-shaping -s bw_limit {bw_limit}"},
+        {"roce_port", "-udp -s port {roce_port}"},
+        {"bitmap", "-pfc -s bitmap {bitmap}"},
+        {"tc_bw", "-tc_cfg -s tc_bw {tc_bw} tc_mode {tc_mode}"},
+        {"tc_mode", "-tc_cfg -s tc_bw {tc_bw} tc_mode {tc_mode}"},
+        {"prio_tc", "-prio_tc -s prio_tc {prio_tc}"},
+        {"encoding", "-fec -s mode {encoding}"},
+        {"send_arp_period", "-send_arp -s period {send_arp_period} status {send_arp_status}"},
+        {"send_arp_status", "-send_arp -s period {send_arp_period} status {send_arp_status}"},
+    };
+    const auto it = kWords.find(item);
+    return it != kWords.end() ? it->second : "";
+}
+
+/// "vorn_tool -i <phy> ..." that saves `item` of device `phy` again with its own saved values
+/// (a placeholder "<name>" where it has none), which moves its line to the end of the file.
+std::string set_command(const LintContext &ctx, uint32_t phy, std::string_view item,
+                        const std::map<std::string, std::string> &given = {})
+{
+    std::string words = set_words(item);
+    size_t open = 0;
+    while ((open = words.find('{', open)) != std::string::npos) {
+        const size_t close = words.find('}', open);
+        const std::string name = words.substr(open + 1, close - open - 1);
+        std::optional<std::string> value;
+        if (const auto it = given.find(name); it != given.end())
+            value = it->second;
+        else if (name == "dscp" || name == "tc") {
+            // One entry of the list saves the whole list again.
+            if (const auto list = ctx.own_value("dscp_tc_" + std::to_string(phy)); list) {
+                const std::string first = list->substr(0, list->find(','));
+                const size_t colon = first.find(':');
+                if (colon != std::string::npos)
+                    value = name == "dscp" ? first.substr(0, colon) : first.substr(colon + 1);
+            }
+        } else {
+            value = ctx.own_value(name + "_" + std::to_string(phy));
+        }
+        const std::string text = value ? *value : "<" + name + ">";
+        words.replace(open, close - open + 1, text);
+        open += text.size();
+    }
+    return "vorn_tool -i " + std::to_string(phy) + " " + words;
+}
+
+// ---- The file ---------------------------------------------------------------------------------
+
+void lint_line_shapes(LintContext &ctx)
+{
+    for (const Piece &p : ctx.pieces) {
+        if (p.continued) {
+            ctx.add(Severity::kWarning, p.line,
+                    "the line is longer than 383 characters: the store reads the rest from "
+                    "character 384 on as a line of its own",
+                    "edit " + ctx.conf_name + ": shorten or remove line " + std::to_string(p.line));
+            continue;
+        }
+        const bool blank = p.text.find_first_not_of(" \t\r") == std::string::npos;
+        if (!p.comment && !blank && p.text.find('=') == std::string::npos)
+            ctx.add(Severity::kWarning, p.line,
+                    "line without \"=\": no read finds it, yet it stays in the file: \"" + p.text +
+                        "\"",
+                    "edit " + ctx.conf_name + ": remove line " + std::to_string(p.line) +
+                        " or make it a comment (#)");
+    }
+}
+
+// Values read back into a fixed buffer: a longer one makes the read fail, and recovery takes
+// the item for unsaved.
+void lint_buffers(LintContext &ctx)
+{
+    for (const Piece &p : ctx.pieces) {
+        if (p.comment || p.continued || p.text.find('=') == std::string::npos)
+            continue;
+        const std::string key = key_of(p.text);
+        const std::string value = value_of(p.text);
+        for (const ItemDef &def : g_ctl_items) {
+            const auto phy = def.buffer != 0 ? id_of_key(key, def.name) : std::nullopt;
+            if (!phy)
+                continue;
+            const size_t entries = std::count(value.begin(), value.end(), ',') + 1;
+            std::string why;
+            if (value.size() >= def.buffer)
+                why = "its value of " + std::to_string(value.size()) +
+                      " characters does not fit the " + std::to_string(def.buffer) +
+                      "-byte recovery buffer of " + def.name + ": recovery of device " +
+                      std::to_string(*phy) + " skips the item";
+            else if (def.kind == ValueKind::kDscp && entries > kCtlDscpEntriesMax)
+                why = "its list of " + std::to_string(entries) + " entries exceeds the " +
+                      std::to_string(kCtlDscpEntriesMax) + " DSCP values: recovery of device " +
+                      std::to_string(*phy) + " refuses it and stops there";
+            if (why.empty())
+                continue;
+            // A DSCP set merges into the saved list, which it refuses to read as it stands.
+            std::string suggestion;
+            if (def.kind == ValueKind::kDscp)
+                suggestion = "edit " + ctx.conf_name + ": remove line " + std::to_string(p.line) +
+                             ", then set each value again: " +
+                             set_command(ctx, *phy, def.name, {{"dscp", "<dscp>"}, {"tc", "<tc>"}});
+            else
+                suggestion = set_command(ctx, *phy, def.name,
+                                         {{def.name, "<" + std::string(def.name) + ">"}});
+            ctx.add(Severity::kError, p.line, key + ": " + why, suggestion);
+        }
+    }
+}
+
+// A read of "<item>_<id>" is answered by the first line that begins with it: "mtu_10=" before
+// "mtu_1=" gives device 1 the value of device 10, on recovery and in every command's checks.
+void lint_prefix_reads(LintContext &ctx)
+{
+    for (const ItemDef &def : g_ctl_items) {
+        if (def.buffer == 0)
+            continue;
+        for (uint32_t phy : ctx.phy_ids) {
+            const std::string key = std::string(def.name) + "_" + std::to_string(phy);
+            const std::string_view answer = cfg_find_answer(ctx.host->conf, key);
+            if (answer.empty() || key_of(answer) == key)
+                continue;
+            const std::string other = key_of(answer);
+            const std::string_view before(
+                ctx.host->conf.data(), static_cast<size_t>(answer.data() - ctx.host->conf.data()));
+            const size_t line =
+                static_cast<size_t>(std::count(before.begin(), before.end(), '\n')) + 1;
+            const bool own = ctx.own_value(key).has_value();
+            std::string text = "a read of " + key + " (device " + std::to_string(phy) +
+                               ") is answered by this line of " + other +
+                               ": recovery and the commands give device " + std::to_string(phy) +
+                               " its value";
+            if (own)
+                text += ", and device " + std::to_string(phy) + "'s own line is never read";
+            std::string suggestion;
+            const auto other_phy = id_of_key(other, def.name);
+            if (other_phy && ctx.phy_ids.count(*other_phy) != 0) {
+                suggestion = set_command(ctx, *other_phy, def.name);
+                if (!own)
+                    suggestion = set_command(ctx, phy, def.name) + ", then " + suggestion;
+                suggestion += " (saves " + other + " again at the end of the file)";
+            } else {
+                suggestion =
+                    "edit " + ctx.conf_name + ": remove or rename line " + std::to_string(line);
+            }
+            ctx.add(Severity::kError, line, text, suggestion);
+        }
+    }
+}
+
+/// A route line's fields, text and line number.
+struct RouteLine {
+    SavedRouteLine route;
+    std::string text;
+    size_t line;
+};
+
+std::vector<RouteLine> lint_route_forms(LintContext &ctx)
+{
+    std::vector<RouteLine> routes;
+    for (const Piece &p : ctx.pieces) {
+        if (!tool_is_route_line(p.text + "\n"))
+            continue;
+        SavedRouteLine route{};
+        if (tool_parse_route_line(p.text.c_str(), &route) == kOk) {
+            routes.push_back({route, p.text, p.line});
+            continue;
+        }
+        ctx.add(Severity::kError, p.line,
+                "route line not in the form the route command writes: \"" + p.text +
+                    "\": the walk over saved routes stops on it, so no device's routes are "
+                    "replayed, cleared or pruned",
+                "edit " + ctx.conf_name + ": rewrite line " + std::to_string(p.line) +
+                    " as route_address_A_netmask_M_<id>=gateway_G, or remove it");
+    }
+    return routes;
+}
+
+// Saved command lines are replayed through the checkers: the first refused line stops the
+// device's recovery.
+void lint_cmdlines(LintContext &ctx)
+{
+    struct Kind {
+        const char *item;
+        int32_t (*check)(const char *line);
+    };
+    static const Kind kKinds[] = {
+        {"arp",
+         [](const char *line) {
+             kopa_arp_record rec{};
+             return tool_saved_arp_record(line, &rec);
+         }},
+        {"ip_rule",
+         [](const char *line) {
+             kopa_ip_rule_record rec{};
+             return tool_saved_ip_rule_record(line, &rec);
+         }},
+        {"ip_route",
+         [](const char *line) {
+             kopa_ip_route_record rec{};
+             return tool_saved_ip_route_record(line, &rec);
+         }},
+    };
+    for (const Piece &p : ctx.pieces) {
+        if (p.comment || p.continued)
+            continue;
+        for (const Kind &kind : kKinds) {
+            const auto id = id_of_key(key_of(p.text), kind.item);
+            if (!id || p.text.find('=') == std::string::npos)
+                continue;
+            if (kind.check(p.text.c_str()) != kOk) {
+                ctx.add(Severity::kError, p.line,
+                        "the checkers refuse this saved " + std::string(kind.item) + " line: \"" +
+                            p.text + "\": recovery of logical device " + std::to_string(*id) +
+                            " stops here (0x2001)",
+                        "edit " + ctx.conf_name + ": correct line " + std::to_string(p.line) +
+                            " (docs/policy-routing.md gives the form) or remove it");
+            } else if (ctx.logic_ids.count(*id) == 0) {
+                ctx.add(Severity::kInfo, p.line,
+                        "no device has the logical id " + std::to_string(*id) +
+                            ": this line is never replayed",
+                        "none, unless the device returns");
+            }
+        }
+    }
+}
+
+// A deletion removes every line that contains its key: deleting device 1's gateway takes every
+// line holding "gateway_1" along (device 1x's gateway, routes whose gateway begins with 1), and
+// deleting device 1's route takes device 1x's same route along.
+void lint_deletions(LintContext &ctx, const std::vector<RouteLine> &routes)
+{
+    for (uint32_t phy : ctx.phy_ids) {
+        // Only a saved gateway is ever deleted.
+        const std::string key = "gateway_" + std::to_string(phy);
+        if (!ctx.own_value(key))
+            continue;
+        for (const Piece &p : ctx.pieces) {
+            if (p.text.find(key) == std::string::npos || key_of(p.text) == key)
+                continue;
+            const Severity severity = p.comment ? Severity::kInfo : Severity::kWarning;
+            std::string suggestion = "none";
+            SavedRouteLine route{};
+            if (tool_parse_route_line(p.text.c_str(), &route) == kOk)
+                suggestion = "after any change of device " + std::to_string(phy) +
+                             "'s gateway: vorn_tool -i " + std::to_string(route.section) +
+                             " -route -a address " + route.address + " netmask " + route.netmask +
+                             " gateway " + route.gateway;
+            else if (const auto other = id_of_key(key_of(p.text), "gateway"); other)
+                suggestion = "after any change of device " + std::to_string(phy) +
+                             "'s gateway: " + set_command(ctx, *other, "gateway");
+            ctx.add(severity, p.line,
+                    "the line holds " + key + ": deleting device " + std::to_string(phy) +
+                        "'s saved gateway (a new gateway in its group, or an address that "
+                        "leaves the gateway's segment) removes it too: \"" +
+                        p.text + "\"",
+                    suggestion);
+        }
+    }
+    for (const RouteLine &r : routes) {
+        for (uint32_t phy : ctx.phy_ids) {
+            if (phy == r.route.section)
+                continue;
+            const std::string key = std::string("route_address_") + r.route.address + "_netmask_" +
+                                    r.route.netmask + "_" + std::to_string(phy);
+            if (r.text.find(key) == std::string::npos)
+                continue;
+            const bool both = std::any_of(routes.begin(), routes.end(), [&](const RouteLine &o) {
+                return o.route.section == phy && strcmp(o.route.address, r.route.address) == 0 &&
+                       strcmp(o.route.netmask, r.route.netmask) == 0;
+            });
+            ctx.add(both ? Severity::kWarning : Severity::kInfo, r.line,
+                    "device " + std::to_string(phy) + "'s route key " + key +
+                        " is inside this line of device " + std::to_string(r.route.section) +
+                        ": deleting or clearing device " + std::to_string(phy) +
+                        "'s routes removes it too" +
+                        (both ? ""
+                              : ", and adding the route on device " + std::to_string(phy) +
+                                    " is taken for a route it already has"),
+                    "after any change of device " + std::to_string(phy) +
+                        "'s routes: vorn_tool -i " + std::to_string(r.route.section) +
+                        " -route -a address " + r.route.address + " netmask " + r.route.netmask +
+                        " gateway " + r.route.gateway);
+        }
+    }
+}
+
+// Recovery replays an address only with its netmask, the traffic classes only with both lists,
+// the gratuitous ARP only with period and switch.
+void lint_pairs(LintContext &ctx)
+{
+    for (const ItemDef &def : g_ctl_items) {
+        if (def.partner == nullptr || strcmp(def.name, def.partner) > 0)
+            continue;
+        for (uint32_t phy : ctx.phy_ids) {
+            const std::string id = std::to_string(phy);
+            const bool one = !cfg_find_answer(ctx.host->conf, def.name + ("_" + id)).empty();
+            const bool two = !cfg_find_answer(ctx.host->conf, def.partner + ("_" + id)).empty();
+            if (one == two)
+                continue;
+            const char *has = one ? def.name : def.partner;
+            const char *lacks = one ? def.partner : def.name;
+            ctx.add(Severity::kWarning, 0,
+                    "device " + id + " has " + has + " saved without " + lacks +
+                        ": recovery replays neither",
+                    set_command(ctx, phy, def.name));
+        }
+    }
+}
+
+// ---- The host ---------------------------------------------------------------------------------
+
+/// The devices that hold each value of one item (live), most held first.
+std::vector<std::pair<std::string, std::vector<uint32_t>>>
+groups_of(const HostView &host, std::string_view name, std::string_view partner = {})
+{
+    std::vector<std::pair<std::string, std::vector<uint32_t>>> groups;
+    for (const DeviceView &dev : host.devices) {
+        const ItemView *item = ctl_find_item(dev, name);
+        const ItemView *second = partner.empty() ? nullptr : ctl_find_item(dev, partner);
+        if (!dev.readable || item == nullptr || !item->live ||
+            (!partner.empty() && (second == nullptr || !second->live)))
+            continue;
+        const std::string value = *item->live + (second != nullptr ? " " + *second->live : "");
+        auto it = std::find_if(groups.begin(), groups.end(),
+                               [&](const auto &g) { return g.first == value; });
+        if (it == groups.end())
+            groups.push_back({value, {dev.phy_id}});
+        else
+            it->second.push_back(dev.phy_id);
+    }
+    std::stable_sort(groups.begin(), groups.end(), [](const auto &a, const auto &b) {
+        return a.second.size() > b.second.size();
+    });
+    return groups;
+}
+
+std::vector<std::string> split(const std::string &text, char sep)
+{
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (;;) {
+        const size_t at = text.find(sep, start);
+        parts.push_back(text.substr(start, at - start));
+        if (at == std::string::npos)
+            return parts;
+        start = at + 1;
+    }
+}
+
+void lint_consistency(LintContext &ctx)
+{
+    struct Check {
+        const char *name;
+        const char *partner;
+        const char *what;
+    };
+    static const Check kChecks[] = {
+        {"mtu", nullptr, "MTU"},
+        {"roce_port", nullptr, "RoCE UDP port"},
+        {"dscp_tc", nullptr, "DSCP-to-class map"},
+        {"prio_tc", nullptr, "priority map"},
+        {"bitmap", nullptr, "PFC priority list"},
+        {"tc_bw", "tc_mode", "traffic-class configuration (bandwidth and mode)"},
+    };
+    for (const Check &c : kChecks) {
+        const auto groups = groups_of(*ctx.host, c.name, c.partner ? c.partner : "");
+        if (groups.size() < 2)
+            continue;
+        const std::string &want = groups[0].first;
+        std::string text = std::string(c.what) + " is not the same on every device:";
+        std::string suggestion;
+        for (size_t g = 0; g < groups.size(); ++g) {
+            const std::string shown =
+                std::string(c.name) == "dscp_tc" ? "map " + std::to_string(g + 1) : groups[g].first;
+            text +=
+                std::string(g == 0 ? " " : "; ") + shown + " on dev " + list_of(groups[g].second);
+            if (g == 0)
+                continue;
+            for (uint32_t phy : groups[g].second) {
+                std::vector<std::string> cmds;
+                if (std::string(c.name) == "dscp_tc") {
+                    const auto want_tc = split(want, ',');
+                    const auto have_tc = split(groups[g].first, ',');
+                    for (size_t d = 0; d < want_tc.size() && d < have_tc.size(); ++d) {
+                        if (want_tc[d] == have_tc[d])
+                            continue;
+                        const std::string tc = want_tc[d].substr(want_tc[d].find(':') + 1);
+                        cmds.push_back(set_command(ctx, phy, "dscp_tc",
+                                                   {{"dscp", std::to_string(d)}, {"tc", tc}}));
+                    }
+                } else if (c.partner != nullptr) {
+                    const size_t blank = want.find(' ');
+                    cmds.push_back(set_command(
+                        ctx, phy, c.name,
+                        {{c.name, want.substr(0, blank)}, {c.partner, want.substr(blank + 1)}}));
+                } else {
+                    cmds.push_back(set_command(ctx, phy, c.name, {{c.name, want}}));
+                }
+                const size_t shown_cmds = std::min<size_t>(cmds.size(), 4);
+                for (size_t k = 0; k < shown_cmds; ++k)
+                    suggestion += (suggestion.empty() ? "" : "; ") + cmds[k];
+                if (cmds.size() > shown_cmds)
+                    suggestion += "; ... (" + std::to_string(cmds.size() - shown_cmds) + " more)";
+            }
+        }
+        ctx.add(Severity::kWarning, 0, text, suggestion);
+    }
+}
+
+bool in_segment(const std::string &address, const std::string &netmask, const std::string &gw,
+                bool *known)
+{
+    uint32_t a = 0, m = 0, g = 0;
+    *known = inet_pton_ok(address, &a) && inet_pton_ok(netmask, &m) && inet_pton_ok(gw, &g);
+    return *known && ((a ^ g) & m) == 0;
+}
+
+void lint_gateways(LintContext &ctx)
+{
+    bool pcie = false;
+    if (!ctx.host->devices.empty())
+        (void)tool_is_pcie_card(ctx.host->devices.front().logic_id, &pcie);
+    std::map<uint32_t, std::vector<uint32_t>> saved_by_group;
+    for (const DeviceView &dev : ctx.host->devices) {
+        const ItemView *gw = ctl_find_item(dev, "gateway");
+        const ItemView *addr = ctl_find_item(dev, "address");
+        const ItemView *mask = ctl_find_item(dev, "netmask");
+        const std::string id = std::to_string(dev.phy_id);
+        bool known = false;
+        if (dev.readable && gw->live && gw->holder && *gw->holder == dev.phy_id && addr->live &&
+            mask->live && !in_segment(*addr->live, *mask->live, *gw->live, &known) && known)
+            ctx.add(Severity::kError, 0,
+                    "dev " + id + "'s gateway " + *gw->live + " is outside its address segment " +
+                        *addr->live + "/" + *mask->live,
+                    "vorn_tool -i " + id + " -gateway -s gateway <an address in " + *addr->live +
+                        "/" + *mask->live + ">");
+        if (gw->saved && addr->saved && mask->saved &&
+            !in_segment(*addr->saved, *mask->saved, *gw->saved, &known) && known)
+            ctx.add(Severity::kError, 0,
+                    "dev " + id + "'s saved gateway " + *gw->saved +
+                        " is outside its saved address segment " + *addr->saved + "/" +
+                        *mask->saved + ": recovery sets it all the same",
+                    "vorn_tool -i " + id + " -gateway -s gateway <an address in " + *addr->saved +
+                        "/" + *mask->saved + ">");
+        if (gw->saved) {
+            const uint32_t group = pcie ? dev.phy_id : (dev.phy_id < kGroupSize ? 0 : 1);
+            saved_by_group[group].push_back(dev.phy_id);
+        }
+        if (!dev.readable)
+            ctx.add(Severity::kInfo, 0,
+                    "dev " + id + " not checked against the host: health " + ctl_health_word(dev),
+                    "vorn_tool -i " + id + " -net_health -g");
+    }
+    for (const auto &[group, ids] : saved_by_group) {
+        if (ids.size() < 2)
+            continue;
+        ctx.add(Severity::kWarning, 0,
+                "devices " + list_of(ids) +
+                    " of one group each have a saved gateway: the group holds one, and "
+                    "recovery leaves whichever it replays last",
+                "vorn_tool -i " + std::to_string(ids.front()) + " -gateway -s gateway " +
+                    ctx.own_value("gateway_" + std::to_string(ids.front())).value_or("<gateway>"));
+    }
+}
+
+const char *severity_word(Severity s)
+{
+    switch (s) {
+    case Severity::kError:
+        return "error";
+    case Severity::kWarning:
+        return "warning";
+    case Severity::kInfo:
+        return "info";
+    }
+    return "info";
+}
+
+} // namespace
+
+int ctl_lint(const CtlOptions & /*opts*/)
+{
+    HostView host;
+    const int32_t list_ret = ctl_read_host(std::nullopt, &host);
+    LintContext ctx;
+    ctx.host = &host;
+    ctx.conf_name = host.conf_path.empty() ? cfg_conf_path() : host.conf_path;
+    for (const DeviceView &dev : host.devices) {
+        ctx.phy_ids.insert(dev.phy_id);
+        ctx.logic_ids.insert(dev.logic_id);
+    }
+    if (list_ret != kOk) {
+        // The file still has its hazards: every id a device may have is checked.
+        for (uint32_t id = 0; id < 16; ++id) {
+            ctx.phy_ids.insert(id);
+            ctx.logic_ids.insert(id);
+        }
+        ctx.add(Severity::kError, 0,
+                "the devices cannot be listed (" + hex(list_ret) + "): only the file is checked",
+                "kopa driver: check that the devices are up");
+        ConfSession conf(ConfAccess::kRead);
+        host.conf_ret = conf.open();
+        if (host.conf_ret == 0)
+            host.conf = conf.content();
+    }
+    if (host.conf_ret != 0) {
+        const bool missing = access(ctx.conf_name.c_str(), F_OK) != 0;
+        ctx.add(Severity::kError, 0,
+                ctx.conf_name + (missing ? " does not exist: recovery of every device fails"
+                                         : " cannot be read"),
+                missing ? "install -m 0640 /dev/null " + ctx.conf_name
+                        : "check the owner and mode of " + ctx.conf_name);
+    }
+    ctx.pieces = pieces_of(host.conf);
+
+    lint_line_shapes(ctx);
+    lint_buffers(ctx);
+    lint_prefix_reads(ctx);
+    const std::vector<RouteLine> routes = lint_route_forms(ctx);
+    lint_cmdlines(ctx);
+    lint_deletions(ctx, routes);
+    lint_pairs(ctx);
+    if (list_ret == kOk) {
+        lint_consistency(ctx);
+        lint_gateways(ctx);
+    }
+
+    std::stable_sort(
+        ctx.findings.begin(), ctx.findings.end(), [](const Finding &a, const Finding &b) {
+            return (a.line == 0 ? SIZE_MAX : a.line) < (b.line == 0 ? SIZE_MAX : b.line);
+        });
+    size_t count[3] = {};
+    for (const Finding &f : ctx.findings) {
+        ++count[static_cast<int>(f.severity)];
+        if (f.line != 0)
+            printf("%s: %s:%zu: %s\n", severity_word(f.severity), ctx.conf_name.c_str(), f.line,
+                   f.text.c_str());
+        else
+            printf("%s: host: %s\n", severity_word(f.severity), f.text.c_str());
+        printf("    suggested: %s\n", f.suggestion.c_str());
+    }
+    printf("lint: %zu error(s), %zu warning(s), %zu info\n", count[2], count[1], count[0]);
+    if (!ctl_stdout_ok() || list_ret != kOk)
+        return kCtlExitError;
+    return count[2] + count[1] != 0 ? kCtlExitFindings : kCtlExitOk;
+}
