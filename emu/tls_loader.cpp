@@ -43,9 +43,11 @@ void *open_beside_this_library()
 Plugin load_plugin()
 {
     Plugin p;
-    void *handle = dlopen(KOPA_EMU_TLS_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+    // Beside the library first, so that an installed emulator never loads a plugin from a
+    // build tree; the build path serves the tests, which link the firmware into themselves.
+    void *handle = open_beside_this_library();
     if (handle == nullptr)
-        handle = open_beside_this_library();
+        handle = dlopen(KOPA_EMU_TLS_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
     if (handle == nullptr) {
         fprintf(stderr, "kopa-emu: TLS plugin %s not loadable: %s\n", KOPA_EMU_TLS_PLUGIN_NAME,
                 dlerror());

@@ -8,7 +8,7 @@ have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q 'install ok
 # check vornctl's JSON against its schema and parse its metrics in the tests.
 for pkg in g++ cmake ninja-build pkg-config libssl-dev openssl libgtest-dev libgmock-dev \
            libbenchmark-dev iproute2 clang-format nlohmann-json3-dev python3 python3-jsonschema \
-           python3-prometheus-client; do
+           python3-prometheus-client dpkg-dev man-db; do
   have_pkg "$pkg" || need+=("$pkg")
 done
 

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the test build (absolute paths under a test root), then the same
 # suite under AddressSanitizer and UndefinedBehaviorSanitizer, then checks that the production
-# build still builds. Usage: scripts/test.sh [--quick]   (--quick skips the sanitizer pass)
+# build still builds, then builds the Debian packages and checks them in fresh roots under a
+# temporary directory (scripts/check_package.sh, lintian included).
+# Usage: scripts/test.sh [--quick]   (--quick skips the sanitizer pass)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -30,4 +32,8 @@ fi
 echo "== production build =="
 cmake -S . -B build -G Ninja >/dev/null
 cmake --build build -j"$jobs"
+
+echo "== Debian packages =="
+scripts/package_deps.sh
+JOBS=$jobs VORN_TEST_TOOL=build-test/vorn_tool scripts/check_package.sh build-pkgcheck
 echo "all tests passed"
