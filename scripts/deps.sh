@@ -18,3 +18,12 @@ if ((${#need[@]})); then
   $SUDO apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}"
 fi
+
+# ansible-core runs the Ansible collection (ansible/) and its test; its recommendations (the whole
+# community collection set, WinRM, cloud libraries) are not needed.
+if ! have_pkg ansible-core; then
+  echo "installing: ansible-core"
+  if [[ $(id -u) -ne 0 ]]; then SUDO=sudo; else SUDO=; fi
+  ((${#need[@]})) || $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends ansible-core
+fi
