@@ -10,6 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "device/ops.hpp"
+
 /// How an item's device value stands against its saved value.
 enum class ItemState : uint8_t {
     kAgree,    ///< saved, and the device holds the saved value
@@ -77,7 +79,9 @@ struct DeviceView {
     std::optional<bool> link_up;
     std::optional<std::string> vnic; ///< host-link address "A/M"
     TlsView tls;
-    std::vector<ItemView> items; ///< in replay order
+    std::optional<kopa_netdev_stat> stats;    ///< the port's packet counters
+    std::optional<kopa_optical_info> optical; ///< the optical module, when the cage holds one
+    std::vector<ItemView> items;              ///< in replay order
 };
 
 struct HostView {

@@ -25,7 +25,36 @@ struct Metric {
     const char *name;
     const char *help;
     std::optional<double> (*value)(const DeviceView &dev);
+    const char *type = "gauge";
 };
+
+// A packet counter of the port, from the last clear of the statistics.
+template <uint64_t kopa_netdev_stat::*Field> std::optional<double> counter(const DeviceView &dev)
+{
+    if (!dev.stats)
+        return std::nullopt;
+    return static_cast<double>((*dev.stats).*Field);
+}
+
+// Optical readings in SI-friendly units: temperature in 1/256 degree C, power in 0.1 uW.
+constexpr double kCelsiusPerUnit = 1.0 / 256.0;
+constexpr double kMilliwattPerUnit = 1e-4;
+
+template <typename Read> std::optional<double> optical(const DeviceView &dev, Read read)
+{
+    if (!dev.optical)
+        return std::nullopt;
+    return read(*dev.optical);
+}
+
+// The weakest lane in use: the one an alert is about.
+double weakest(const uint16_t (&lanes)[KOPA_OPTICAL_LANES], uint8_t used)
+{
+    uint16_t low = lanes[0];
+    for (uint8_t i = 1; i < used && i < KOPA_OPTICAL_LANES; ++i)
+        low = lanes[i] < low ? lanes[i] : low;
+    return low * kMilliwattPerUnit;
+}
 
 std::optional<double> drift_items(const DeviceView &dev)
 {
@@ -45,8 +74,6 @@ std::optional<double> live_number(const DeviceView &dev, const char *name)
     return strtod(item->live->c_str(), nullptr);
 }
 
-// The 47 counters of the port statistics have no names the platform defines yet, so none is
-// exported: a wrong name would be worse than none.
 constexpr Metric kMetrics[] = {
     {"vorn_device_up",
      "Whether the device answered with a health of ok or minor alarm, so that it was read (1) or "
@@ -85,6 +112,57 @@ constexpr Metric kMetrics[] = {
              return std::nullopt;
          return static_cast<double>(*dev.tls.days_to_expiry);
      }},
+    {"vorn_port_rx_packets_total", "Packets received by the RoCE port.",
+     counter<&kopa_netdev_stat::rx_packets>, "counter"},
+    {"vorn_port_tx_packets_total", "Packets sent by the RoCE port.",
+     counter<&kopa_netdev_stat::tx_packets>, "counter"},
+    {"vorn_port_rx_bytes_total", "Bytes received by the RoCE port.",
+     counter<&kopa_netdev_stat::rx_bytes>, "counter"},
+    {"vorn_port_tx_bytes_total", "Bytes sent by the RoCE port.",
+     counter<&kopa_netdev_stat::tx_bytes>, "counter"},
+    {"vorn_port_rx_errors_total", "Receive errors of the RoCE port.",
+     counter<&kopa_netdev_stat::rx_errors>, "counter"},
+    {"vorn_port_tx_errors_total", "Transmit errors of the RoCE port.",
+     counter<&kopa_netdev_stat::tx_errors>, "counter"},
+    {"vorn_port_rx_dropped_total", "Received packets the RoCE port dropped.",
+     counter<&kopa_netdev_stat::rx_dropped>, "counter"},
+    {"vorn_port_rx_fec_uncorrected_total", "Codewords the FEC could not correct.",
+     counter<&kopa_netdev_stat::rx_fec_uncorrected>, "counter"},
+    {"vorn_port_roce_rx_cnp_total", "Congestion notification packets received (RoCE).",
+     counter<&kopa_netdev_stat::roce_rx_cnp>, "counter"},
+    {"vorn_optical_temperature_celsius", "Temperature of the optical module; NaN without one.",
+     [](const DeviceView &dev) {
+         return optical(dev,
+                        [](const kopa_optical_info &o) { return o.temperature * kCelsiusPerUnit; });
+     }},
+    {"vorn_optical_temperature_high_alarm_celsius", "The module's high temperature alarm.",
+     [](const DeviceView &dev) {
+         return optical(dev, [](const kopa_optical_info &o) {
+             return o.temperature_limits.high_alarm * kCelsiusPerUnit;
+         });
+     }},
+    {"vorn_optical_rx_power_min_milliwatts", "Received optical power of the weakest lane.",
+     [](const DeviceView &dev) {
+         return optical(dev,
+                        [](const kopa_optical_info &o) { return weakest(o.rx_power, o.lanes); });
+     }},
+    {"vorn_optical_rx_power_low_alarm_milliwatts", "The module's low received-power alarm.",
+     [](const DeviceView &dev) {
+         return optical(dev, [](const kopa_optical_info &o) {
+             return o.rx_power_limits.low_alarm * kMilliwattPerUnit;
+         });
+     }},
+    {"vorn_optical_tx_power_min_milliwatts", "Sent optical power of the weakest lane.",
+     [](const DeviceView &dev) {
+         return optical(dev,
+                        [](const kopa_optical_info &o) { return weakest(o.tx_power, o.lanes); });
+     }},
+    {"vorn_optical_tx_power_low_alarm_milliwatts", "The module's low sent-power alarm.",
+     [](const DeviceView &dev) {
+         return optical(dev, [](const kopa_optical_info &o) {
+             return o.tx_power_limits.low_alarm * kMilliwattPerUnit;
+         });
+     }},
 };
 
 std::string format_value(std::optional<double> value)
@@ -101,7 +179,7 @@ std::string exposition(const HostView &host)
     std::string text;
     for (const Metric &m : kMetrics) {
         text += std::string("# HELP ") + m.name + " " + m.help + "\n";
-        text += std::string("# TYPE ") + m.name + " gauge\n";
+        text += std::string("# TYPE ") + m.name + " " + m.type + "\n";
         for (const DeviceView &dev : host.devices) {
             text += std::string(m.name) + "{phy_id=\"" + std::to_string(dev.phy_id) +
                     "\",logic_id=\"" + std::to_string(dev.logic_id) + "\"} " +
