@@ -190,6 +190,7 @@ int kopa_recv(uint32_t logic_id, network_channel_para *para, ds_req *req, ds_rsp
             para->result = rsp->result;
             return ret;
         }
+        para->copied = offset;
         // The size word ends as capacity plus bytes received; no operation reads it back.
         *para->size_out += rsp->data_len;
         if (rsp->frag == KOPA_FRAG_WHOLE || rsp->frag == KOPA_FRAG_LAST)

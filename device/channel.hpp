@@ -15,6 +15,9 @@ struct network_channel_para {
     uint32_t *size_out;  ///< capacity of outbuf; ends as capacity plus the bytes received
     int32_t result;      ///< firmware result; -1 before the call
     uint32_t client_pid; ///< the tool's pid for the route-table and port-status reads, else 0
+    /// Bytes of the reply copied into outbuf, set by the channel. Unlike the size word it leaves
+    /// out a first piece longer than a packet, which the channel counts but passes over.
+    uint32_t copied = 0;
 };
 
 /// Sends one command to the device `logic_id` (0..15) and collects its reply. Returns 0 when

@@ -42,7 +42,7 @@ void kopa_report_permission()
 
 int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode, const void *in,
                            uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid,
-                           uint32_t *received)
+                           uint32_t *received, uint32_t *copied)
 {
     uint32_t size_out = out_len;
     network_channel_para para{opcode, in, in_len, out, &size_out, -1, client_pid};
@@ -50,6 +50,8 @@ int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode,
     // The channel adds every piece it receives to the size word instead of resetting it.
     if (received != nullptr)
         *received = size_out - out_len;
+    if (copied != nullptr)
+        *copied = para.copied;
     if (ret != 0) {
         DRV_ERR("%s fail ret[%d] logic_id[%d]", name, ret, static_cast<int>(logic_id));
         return ret;
@@ -65,14 +67,20 @@ int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode, const vo
                   uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid)
 {
     uint32_t received = 0;
+    uint32_t copied = 0;
     int ret = kopa_exchange_variable(name, logic_id, opcode, in, in_len, out, out_len, client_pid,
-                                     &received);
-    if (ret != 0 || out_len == 0 || received == out_len)
+                                     &received, &copied);
+    if (ret != 0 || out_len == 0 || (received == out_len && copied == out_len))
         return ret;
     // Fewer bytes leave part of the record unsent. More are counted only when the channel
-    // passed over a first piece longer than a packet without copying it.
-    DRV_ERR("%s reply carries %u bytes, expected %u, logic_id[%d]", name, received, out_len,
-            static_cast<int>(logic_id));
+    // passed over a first piece longer than a packet without copying it; for a record longer
+    // than a packet such a piece can even be counted as the whole record, with nothing copied.
+    if (received == out_len)
+        DRV_ERR("%s reply carries %u bytes, %u of them copied, expected %u, logic_id[%d]", name,
+                received, copied, out_len, static_cast<int>(logic_id));
+    else
+        DRV_ERR("%s reply carries %u bytes, expected %u, logic_id[%d]", name, received, out_len,
+                static_cast<int>(logic_id));
     return kErrnoInval;
 }
 

@@ -27,7 +27,9 @@ void kopa_report_permission();
 /// result[%d]". Returns 0, the channel's negative code, or the firmware's non-zero result (-13
 /// also prints the permission line). An accepted command whose reply does not fill the record
 /// is a device failure: logged as "<name> reply carries %u bytes, expected %u, logic_id[%d]"
-/// and returned as -22, so that no caller takes unsent bytes for the device's answer. A command
+/// (or, when a piece the channel passed over made up the count, "<name> reply carries %u bytes,
+/// %u of them copied, expected %u, logic_id[%d]") and returned as -22, so that no caller takes
+/// unsent bytes for the device's answer. A command
 /// without reply (`out_len` 0) has nothing to check.
 [[nodiscard]] int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode,
                                 const void *in, uint32_t in_len, void *out, uint32_t out_len,
@@ -36,8 +38,9 @@ void kopa_report_permission();
 /// As kopa_exchange for a reply whose length the device chooses (texts, tables, dumps, a
 /// number of records): whatever arrives within the `out_len` bytes of `out` is taken, an
 /// empty reply included. When `received` is given it gets the number of bytes the channel
-/// counted for the reply.
+/// counted for the reply (a first piece longer than a packet included, though never copied);
+/// when `copied` is given, the number of bytes copied into `out`.
 [[nodiscard]] int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode,
                                          const void *in, uint32_t in_len, void *out,
                                          uint32_t out_len, uint32_t client_pid = 0,
-                                         uint32_t *received = nullptr);
+                                         uint32_t *received = nullptr, uint32_t *copied = nullptr);

@@ -23,11 +23,19 @@ template <typename T>
 int read_table(const char *name, uint32_t logic_id, uint32_t opcode, T *records, uint32_t *count)
 {
     uint32_t received = 0;
-    int ret = kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, records,
-                                     *count * size_of<T>(), 0, &received);
+    const uint32_t room = *count * size_of<T>();
+    int ret =
+        kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, records, room, 0, &received);
     *count = 0;
     if (ret != 0)
         return ret;
+    // The channel counts a first piece longer than a packet without copying it: more bytes than
+    // the room never reached `records`, and their count would send the caller past its array.
+    if (received > room) {
+        DRV_ERR("%s reply carries %u bytes, more than the room of %u, logic_id[%d]", name, received,
+                room, static_cast<int>(logic_id));
+        return kErrnoInval;
+    }
     // A reply that ends inside a record carries part of an entry the device did not send whole.
     if (received % size_of<T>() != 0) {
         DRV_ERR("%s reply carries %u bytes, not whole records of %u, logic_id[%d]", name, received,

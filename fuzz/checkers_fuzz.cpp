@@ -8,7 +8,15 @@
 #include <string>
 
 #include "commands/port_settings.hpp"
+#include "fuzz/fuzz_support.hpp"
 #include "main/checkers.hpp"
+
+extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
+{
+    fuzz_quiet(argc, argv);
+    (void)fuzz_dir(); // the driver log of the refusals goes there
+    return 0;
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
@@ -33,12 +41,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         char back[20] = {};
         if (tool_inet_pton_ipv4_address(w, &addr) != 0 ||
             tool_ipv4_int_to_str(addr, back, sizeof back) != 0 || word != back)
-            abort();
+            fuzz_fault("checkers_fuzz", "an accepted address does not print back", word);
     }
     if (tool_check_mac(w) == 0) {
         uint8_t mac[6] = {};
         if (tool_mac_str2char(w, mac, sizeof mac) != 0)
-            abort();
+            fuzz_fault("checkers_fuzz", "an accepted MAC address does not convert", word);
     }
     if (word.size() == 17) // the tool checks the length before the reserved list
         (void)tool_mac_filter_check(w);

@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the test build (absolute paths under a test root), then the same
-# suite under AddressSanitizer and UndefinedBehaviorSanitizer, then checks that the production
-# build still builds, then builds the Debian packages and checks them in fresh roots under a
-# temporary directory (scripts/check_package.sh, lintian included).
-# Usage: scripts/test.sh [--quick]   (--quick skips the sanitizer pass)
+# Builds and runs every test: the test build (absolute paths under a test root, with a subset of
+# the end-to-end tests under valgrind when it is installed), then the same suite under
+# AddressSanitizer and UndefinedBehaviorSanitizer, then every fuzz target for a few seconds
+# (when clang has libFuzzer), then checks that the production build still builds, then builds
+# the Debian packages and checks them in fresh roots under a temporary directory
+# (scripts/check_package.sh, lintian included).
+# Usage: scripts/test.sh [--quick]   (--quick skips the sanitizer pass and the fuzz targets)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -27,6 +29,16 @@ if ((!quick)); then
   echo "== sanitizer build (ASan + UBSan) =="
   ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
     run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DVORN_SANITIZE=ON -DVORN_BUILD_BENCH=OFF
+
+  # Each fuzz target for a few seconds from its seeds: the inputs of fixed faults stay fixed.
+  echo "== fuzz targets (5 s each) =="
+  fuzz=0
+  scripts/fuzz.sh 5 || fuzz=$?
+  if ((fuzz == 77)); then
+    echo "fuzz targets skipped"
+  elif ((fuzz != 0)); then
+    exit "$fuzz"
+  fi
 fi
 
 echo "== production build =="

@@ -646,12 +646,6 @@ void read_device(const DeviceSaved &saved, DeviceView *dev)
         if (live.vnic_ret == 0)
             dev->vnic = ipv4_text(live.vnic.address) + "/" + ipv4_text(live.vnic.netmask);
         read_tls(dev->logic_id, &dev->tls);
-        kopa_netdev_stat stats{};
-        if (kopa_get_netdev_stat(dev->logic_id, &stats) == 0)
-            dev->stats = stats;
-        kopa_optical_info optical{};
-        if (kopa_get_optical_info(dev->logic_id, &optical) == 0 && optical.present != 0)
-            dev->optical = optical;
     }
     for (size_t i = 0; i < g_ctl_items.size(); ++i) {
         const ItemDef &def = g_ctl_items[i];

@@ -279,6 +279,17 @@ int ctl_metrics(const CtlOptions &opts)
                 static_cast<unsigned>(ret), opts.output.c_str());
         return kCtlExitError;
     }
+    // The counters and the optical module, which only the metrics export.
+    for (DeviceView &dev : host.devices) {
+        if (!dev.readable)
+            continue;
+        kopa_netdev_stat stats{};
+        if (kopa_get_netdev_stat(dev.logic_id, &stats) == 0)
+            dev.stats = stats;
+        kopa_optical_info module{};
+        if (kopa_get_optical_info(dev.logic_id, &module) == 0 && module.present != 0)
+            dev.optical = module;
+    }
     const int err = write_atomically(opts.output, exposition(host));
     if (err != 0) {
         fprintf(stderr, "vornctl: cannot write %s: %s\n", opts.output.c_str(), strerror(err));

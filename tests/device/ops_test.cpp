@@ -355,6 +355,71 @@ TEST_F(OpsTest, PrintingReadsRefuseAPieceTheChannelDidNotCopy)
         fw().logged("kopa_lldp_get_neighbor_info reply carries 2001 bytes, expected 1 to 2000"));
 }
 
+// Replies made of pieces (frag, data length) in order, one per call.
+void answer_with(FakeFirmware &fw, std::vector<std::pair<uint32_t, uint32_t>> pieces)
+{
+    fw.answer = [pieces, next = size_t{0}](const ds_req &, ds_rsp &rsp, unsigned &) mutable {
+        const auto [frag, len] = pieces.at(next < pieces.size() ? next++ : pieces.size() - 1);
+        rsp = fake_piece(0, frag, len <= KOPA_PKT_PAYLOAD ? len : 0, 0x11);
+        rsp.data_len = len;
+        return 0;
+    };
+}
+
+TEST_F(OpsTest, TableReadsRefuseMoreBytesThanTheRoom)
+{
+    // A first piece longer than a packet is passed over by the channel yet counted: records
+    // counted from it would send the caller past its array (126, or 268 million, of 4).
+    for (uint32_t len : {2016u, 0xFFFFFFF0u}) {
+        SCOPED_TRACE(len);
+        kopa_arp_record arp[4];
+        kopa_ip_rule_record rules[4];
+        kopa_ip_route_record routes[4];
+        uint32_t count = 4;
+        answer_with(fw(), {{KOPA_FRAG_WHOLE, len}});
+        EXPECT_EQ(kopa_get_arp_table(0, arp, &count), -22);
+        EXPECT_EQ(count, 0u);
+        count = 4;
+        EXPECT_EQ(kopa_get_ip_rules(0, rules, &count), -22);
+        EXPECT_EQ(count, 0u);
+        count = 4;
+        EXPECT_EQ(kopa_get_ip_routes(0, routes, &count), -22);
+        EXPECT_EQ(count, 0u);
+        EXPECT_TRUE(fw().logged("kopa_get_arp_table reply carries " + std::to_string(len) +
+                                " bytes, more than the room of 64"));
+    }
+}
+
+TEST_F(OpsTest, RecordLongerThanAPacketRefusesPiecesTheChannelDidNotCopy)
+{
+    // The envelope key (2052 bytes) counted whole from pieces of which little or nothing was
+    // copied: one piece of the record's length, or one of 2010 bytes and a last one of 42.
+    struct Case {
+        const char *what;
+        std::vector<std::pair<uint32_t, uint32_t>> pieces;
+        uint32_t copied;
+    };
+    const Case cases[] = {
+        {"one piece", {{KOPA_FRAG_WHOLE, 2052}}, 0},
+        {"last piece", {{KOPA_FRAG_LAST, 2052}}, 0},
+        {"passed over, then copied", {{KOPA_FRAG_MIDDLE, 2010}, {KOPA_FRAG_LAST, 42}}, 42},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.what);
+        fw().reset();
+        answer_with(fw(), c.pieces);
+        kopa_envelope_pub_key key{};
+        EXPECT_EQ(kopa_get_tls_digital_envelope_pub_ky(0, &key), -22);
+        EXPECT_TRUE(fw().logged("kopa_get_tls_digital_envelope_pub_ky reply carries 2052 bytes, " +
+                                std::to_string(c.copied) + " of them copied, expected 2052"));
+    }
+    // Pieces of 2000 and 52 are the whole record.
+    fw().reset();
+    answer_with(fw(), {{KOPA_FRAG_MIDDLE, 2000}, {KOPA_FRAG_LAST, 52}});
+    kopa_envelope_pub_key key{};
+    EXPECT_EQ(kopa_get_tls_digital_envelope_pub_ky(0, &key), 0);
+}
+
 TEST_F(OpsTest, LldpTextIsPrintedWithControlCharactersEscaped)
 {
     // A title change, a colour, a carriage return over the line and a backspace; after the

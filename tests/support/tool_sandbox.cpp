@@ -153,11 +153,41 @@ std::map<std::string, std::string> ToolSandbox::env() const
     return {{"VORN_TEST_ROOT", root()}, {"KOPA_EMU_DIR", emu_dir()}};
 }
 
+namespace
+{
+
+// The words of VORN_TEST_WRAPPER, its program found on PATH; empty when unset.
+const std::vector<std::string> &tool_wrapper()
+{
+    static const std::vector<std::string> words = [] {
+        std::vector<std::string> w;
+        const char *text = std::getenv("VORN_TEST_WRAPPER");
+        std::istringstream in(text != nullptr ? text : "");
+        for (std::string word; in >> word;)
+            w.push_back(word);
+        if (w.empty() || w[0].find('/') != std::string::npos)
+            return w;
+        std::istringstream path(std::getenv("PATH") != nullptr ? std::getenv("PATH") : "");
+        for (std::string dir; std::getline(path, dir, ':');) {
+            const std::string candidate = dir + "/" + w[0];
+            if (!dir.empty() && access(candidate.c_str(), X_OK) == 0) {
+                w[0] = candidate;
+                break;
+            }
+        }
+        return w;
+    }();
+    return words;
+}
+
+} // namespace
+
 ProcResult ToolSandbox::tool(const std::vector<std::string> &args,
                              const std::map<std::string, std::string> &extra_env,
                              const std::string &input) const
 {
-    std::vector<std::string> argv = {vorn_tool_bin()};
+    std::vector<std::string> argv = tool_wrapper();
+    argv.push_back(vorn_tool_bin());
     argv.insert(argv.end(), args.begin(), args.end());
     auto e = env();
     for (const auto &[k, v] : extra_env)

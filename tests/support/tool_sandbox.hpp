@@ -30,7 +30,9 @@ class ToolSandbox
     ToolSandbox(const ToolSandbox &) = delete;
     ToolSandbox &operator=(const ToolSandbox &) = delete;
 
-    /// Runs vorn_tool with `args` (without the program name).
+    /// Runs vorn_tool with `args` (without the program name). When VORN_TEST_WRAPPER names a
+    /// command (words separated by blanks, such as "valgrind --error-exitcode=99 --quiet"), the
+    /// tool runs under it.
     ProcResult tool(const std::vector<std::string> &args,
                     const std::map<std::string, std::string> &extra_env = {},
                     const std::string &input = "") const;
