@@ -2,9 +2,9 @@
 # Builds and runs every test: the test build (absolute paths under a test root, with a subset of
 # the end-to-end tests under valgrind when it is installed), then the same suite under
 # AddressSanitizer and UndefinedBehaviorSanitizer, then every fuzz target for a few seconds
-# (when clang has libFuzzer), then checks that the production build still builds, then builds
-# the Debian packages and checks them in fresh roots under a temporary directory
-# (scripts/check_package.sh, lintian included).
+# (when clang has libFuzzer), then the production build, packed as the Debian packages and
+# checked in fresh roots under a temporary directory (scripts/check_package.sh, lintian
+# included).
 # Usage: scripts/test.sh [--quick]   (--quick skips the sanitizer pass and the fuzz targets)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -41,11 +41,8 @@ if ((!quick)); then
   fi
 fi
 
-echo "== production build =="
-cmake -S . -B build -G Ninja >/dev/null
-cmake --build build -j"$jobs"
-
-echo "== Debian packages =="
+# The package check builds the production build itself (the system's exact paths, no run path).
+echo "== production build and Debian packages =="
 scripts/package_deps.sh
 JOBS=$jobs VORN_TEST_TOOL=build-test/vorn_tool scripts/check_package.sh build-pkgcheck
 echo "all tests passed"
