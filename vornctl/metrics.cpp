@@ -47,9 +47,12 @@ template <typename Read> std::optional<double> optical(const DeviceView &dev, Re
     return read(*dev.optical);
 }
 
-// The weakest lane in use: the one an alert is about.
-double weakest(const uint16_t (&lanes)[KOPA_OPTICAL_LANES], uint8_t used)
+// The weakest lane in use: the one an alert is about. The record is packed: the lanes are
+// copied out rather than referred to.
+double weakest(const void *packed_lanes, uint8_t used)
 {
+    uint16_t lanes[KOPA_OPTICAL_LANES];
+    memcpy(lanes, packed_lanes, sizeof(lanes));
     uint16_t low = lanes[0];
     for (uint8_t i = 1; i < used && i < KOPA_OPTICAL_LANES; ++i)
         low = lanes[i] < low ? lanes[i] : low;
