@@ -13,7 +13,8 @@
 // Besides the sanitizers, each run is checked for what must hold whatever the command line:
 // - the configuration file stays within its size limit and no temporary file of a rewrite is
 //   left beside it;
-// - every line the run added to the file is "key=value" of printable text;
+// - every line the run added to the file is "key=value" of printable text (lines as the store
+//   reads them, in pieces of 383 characters);
 // - every run-log line is one whole line of printable text of a known class, and each audited
 //   argument shows only the characters the audit lets through.
 #include <dirent.h>
@@ -29,6 +30,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/result.hpp"
@@ -141,6 +143,16 @@ std::vector<std::string> lines_of(const std::string &text)
     return lines;
 }
 
+std::vector<std::string> pieces_of(const std::string &text)
+{
+    std::vector<std::string> pieces;
+    (void)cfg_for_each_piece(text, [&](std::string_view piece) {
+        pieces.emplace_back(piece);
+        return 0;
+    });
+    return pieces;
+}
+
 bool printable(const std::string &text)
 {
     for (unsigned char c : text)
@@ -158,23 +170,26 @@ void check_conf(const std::string &before)
                    std::to_string(after.size()));
     if (access((w.conf + ".tmp").c_str(), F_OK) == 0)
         fuzz_fault("cmdline_fuzz", "temporary file left", w.conf + ".tmp");
-    std::multiset<std::string> old;
-    for (const std::string &line : lines_of(before))
-        old.insert(line);
+    // Lines as the store reads them: a line over 383 characters in pieces, which a deletion
+    // removes one by one (what is left of a long line then joins the next piece).
+    const std::vector<std::string> was = pieces_of(before);
+    std::multiset<std::string> old(was.begin(), was.end());
     // A last line without its newline gets one when a line is added after it.
-    if (!before.empty() && before.back() != '\n')
-        old.insert(lines_of(before).back() + "\n");
-    for (const std::string &line : lines_of(after)) {
-        auto it = old.find(line);
+    if (!was.empty() && was.back().back() != '\n')
+        old.insert(was.back() + "\n");
+    for (const std::string &piece : pieces_of(after)) {
+        auto it = old.find(piece);
         if (it != old.end()) {
             old.erase(it);
             continue;
         }
+        if (piece == "\n") // the newline given to a last piece of 383 characters
+            continue;
         // A line the run wrote: "key=value\n", all of it printable.
-        const size_t eq = line.find('=');
-        if (line.back() != '\n' || eq == std::string::npos || eq == 0 ||
-            !printable(line.substr(0, line.size() - 1)) || line.size() > kCfgLineSize)
-            fuzz_fault("cmdline_fuzz", "malformed saved line", line);
+        const size_t eq = piece.find('=');
+        if (piece.back() != '\n' || eq == std::string::npos || eq == 0 ||
+            !printable(piece.substr(0, piece.size() - 1)))
+            fuzz_fault("cmdline_fuzz", "malformed saved line", piece);
     }
 }
 

@@ -43,13 +43,20 @@ extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    // An environment value ends at its first zero byte; an empty input stands for "unset".
-    const std::string value(reinterpret_cast<const char *>(data),
-                            strnlen(reinterpret_cast<const char *>(data), size));
+    // An environment value ends at its first zero byte; an empty input stands for "unset". The
+    // variable points into a buffer of the target: setenv would keep a copy of every value. A
+    // value is cut to the buffer, which changes nothing: only its first 33 characters count.
+    static char entry[8192] = "SSH_CLIENT=";
+    constexpr size_t kName = sizeof("SSH_CLIENT=") - 1;
+    const size_t len = strnlen(reinterpret_cast<const char *>(data),
+                               size < sizeof entry - kName - 1 ? size : sizeof entry - kName - 1);
+    memcpy(entry + kName, data, len);
+    entry[kName + len] = '\0';
+    const std::string value(entry + kName, len);
     if (size == 0)
         unsetenv("SSH_CLIENT");
-    else
-        setenv("SSH_CLIENT", value.c_str(), 1);
+    else if (getenv("SSH_CLIENT") != entry + kName)
+        putenv(entry);
     memset(g_vorn_usr_ip, 'x', sizeof g_vorn_usr_ip);
     if (vorn_get_usr_ip() != 0)
         fuzz_fault("ssh_client_fuzz", "the address was refused", value);
