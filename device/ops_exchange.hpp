@@ -29,8 +29,8 @@ void kopa_report_permission();
 /// is a device failure: logged as "<name> reply carries %u bytes, expected %u, logic_id[%d]"
 /// (or, when a piece the channel passed over made up the count, "<name> reply carries %u bytes,
 /// %u of them copied, expected %u, logic_id[%d]") and returned as -22, so that no caller takes
-/// unsent bytes for the device's answer. A command
-/// without reply (`out_len` 0) has nothing to check.
+/// unsent bytes for the device's answer. A command without reply (`out_len` 0) has nothing to
+/// check.
 [[nodiscard]] int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode,
                                 const void *in, uint32_t in_len, void *out, uint32_t out_len,
                                 uint32_t client_pid = 0);

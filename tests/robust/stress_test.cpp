@@ -13,7 +13,7 @@
 //
 // The physical ids (0..3 in one gateway group, 40..51 in the other) are such that no device's
 // key is a prefix of another's, and the addresses (70.<n>.0.0/16) begin with no physical id, so
-// that the store's specified prefix reads and substring deletions (docs/decisions.md) leave the
+// that the store's prefix reads and substring deletions (docs/decisions.md, key rules) leave the
 // devices independent of one another. VORN_STRESS_SECONDS (default 6) sets the length of the
 // storm and VORN_STRESS_SEED its random choices.
 #include <gtest/gtest.h>
