@@ -1,6 +1,8 @@
 // Cost of one whole vorn_tool run (help, and a run refused on its device id) against the cost
 // of `ip -4 addr show dev lo`, spawned the same way in the same loop.
 #include <benchmark/benchmark.h>
+
+#include "bench/bench_sandbox.hpp"
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -20,63 +22,14 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-struct BenchRoot {
-    std::string dir;
-    std::vector<std::string> env;
-
-    BenchRoot()
-    {
-        std::string tmpl = (fs::temp_directory_path() / "vorn-bench-XXXXXX").string();
-        dir = mkdtemp(tmpl.data()) != nullptr ? tmpl : "/tmp/vorn-bench";
-        fs::create_directories(dir + "/root/etc");
-        fs::create_directories(dir + "/emu");
-        env = {"VORN_TEST_ROOT=" + dir + "/root", "KOPA_EMU_DIR=" + dir + "/emu",
-               std::string("PATH=") + (getenv("PATH") != nullptr ? getenv("PATH") : "/usr/bin")};
-        (void)spawn_wait({KOPA_EMU_BIN, "init", "--devices", "8"});
-    }
-    ~BenchRoot()
-    {
-        std::error_code ec;
-        fs::remove_all(dir, ec);
-    }
-
-    // Runs argv with both output streams on /dev/null; returns the exit status.
-    int spawn_wait(const std::vector<std::string> &argv) const
-    {
-        posix_spawn_file_actions_t fa;
-        posix_spawn_file_actions_init(&fa);
-        posix_spawn_file_actions_addopen(&fa, 1, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&fa, 2, "/dev/null", O_WRONLY, 0);
-        std::vector<char *> args;
-        for (const auto &a : argv)
-            args.push_back(const_cast<char *>(a.c_str()));
-        args.push_back(nullptr);
-        std::vector<char *> envp;
-        for (const auto &e : env)
-            envp.push_back(const_cast<char *>(e.c_str()));
-        envp.push_back(nullptr);
-        pid_t pid = -1;
-        int rc = posix_spawn(&pid, args[0], &fa, nullptr, args.data(), envp.data());
-        posix_spawn_file_actions_destroy(&fa);
-        if (rc != 0)
-            return -1;
-        int status = 0;
-        (void)waitpid(pid, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
+struct BenchRoot : BenchSandbox {
+    BenchRoot() : BenchSandbox(8) {}
 };
 
 BenchRoot &bench_root()
 {
     static BenchRoot root;
     return root;
-}
-
-double seconds_of(const BenchRoot &root, const std::vector<std::string> &argv)
-{
-    auto start = Clock::now();
-    (void)root.spawn_wait(argv);
-    return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
 // Times the tool run; the baseline runs in the same iteration so both see the same machine
@@ -88,10 +41,10 @@ void run_against_baseline(benchmark::State &state, const std::vector<std::string
     double tool_total = 0;
     double base_total = 0;
     for (auto _ : state) {
-        double t = seconds_of(root, tool_argv);
+        double t = root.seconds_of(tool_argv);
         state.SetIterationTime(t);
         tool_total += t;
-        base_total += seconds_of(root, baseline);
+        base_total += root.seconds_of(baseline);
     }
     const double n = static_cast<double>(state.iterations());
     state.counters["tool_us"] = tool_total / n * 1e6;
