@@ -109,27 +109,6 @@ void restore_world(const std::string &conf, const std::string &faults)
     clearerr(stdin);
 }
 
-// What the entry point does with the result: the user's text of its class.
-void report(int32_t ret, const cmd_parse_info &info)
-{
-    switch (result_class(ret)) {
-    case 0x1000:
-        uda_handle_major_err(ret);
-        break;
-    case 0x2000:
-        uda_handle_param_err(ret, &info);
-        break;
-    case 0x3000:
-        uda_handle_tool_sys_err(ret);
-        break;
-    case 0x4000:
-        uda_handle_kopa_err(ret);
-        break;
-    default:
-        break;
-    }
-}
-
 std::vector<std::string> lines_of(const std::string &text)
 {
     std::vector<std::string> lines;
@@ -274,7 +253,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     cmd_parse_info info{};
     const int32_t ret = parse_cmd(args.argc(), args.argv(), &info);
     if (ret != kOk)
-        report(ret, info);
+        uda_handle_result(ret, &info);
     (void)fflush(stdout);
     close_left_open(fds);
 

@@ -273,3 +273,24 @@ void uda_help_cmd_print()
         DRV_DBG("%s", help);
     }
 }
+
+void uda_handle_result(int32_t code, const cmd_parse_info *info)
+{
+    switch (result_class(code)) {
+    case 0x1000:
+        uda_handle_major_err(code);
+        break;
+    case 0x2000:
+        uda_handle_param_err(code, info);
+        break;
+    case 0x3000:
+        uda_handle_tool_sys_err(code);
+        break;
+    case 0x4000:
+        uda_handle_kopa_err(code);
+        break;
+    default:
+        SAY(kCmdFailed);
+        break;
+    }
+}

@@ -34,3 +34,7 @@ void uda_param_cmd_err_tips_print(const char *name, int32_t cmd_index);
 
 /// Prints the help of every command of the table, in table order, on standard output.
 void uda_help_cmd_print();
+
+/// Prints the user's text of a failed run's result by its class (0x1000 .. 0x4000; any other
+/// class: "Cmd execute failed!"), as the entry point does before it exits.
+void uda_handle_result(int32_t code, const cmd_parse_info *info);

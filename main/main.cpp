@@ -67,24 +67,7 @@ int main(int argc, char **argv)
         RUN_LOG_PROMPT("vorn tool execution succeed!\n");
         return ret;
     }
-    switch (result_class(ret)) {
-    case 0x1000:
-        uda_handle_major_err(ret);
-        break;
-    case 0x2000:
-        uda_handle_param_err(ret, &info);
-        break;
-    case 0x3000:
-        uda_handle_tool_sys_err(ret);
-        break;
-    case 0x4000:
-        uda_handle_kopa_err(ret);
-        break;
-    default:
-        (void)fputs("Cmd execute failed!\n", stderr);
-        DRV_ERR("Cmd execute failed!");
-        break;
-    }
+    uda_handle_result(ret, &info);
     RUN_LOG_PROMPT("vorn tool execution failed! ret:0x%x\n", static_cast<unsigned>(ret));
     // The operating system keeps the low 8 bits as the exit status.
     return ret;
