@@ -107,6 +107,14 @@ bool sync_dir_of(const std::string &path)
 
 // The content of the live snapshot, if any.
 const std::string *g_snapshot = nullptr;
+// The content of the live transaction, if any.
+std::string *g_transaction = nullptr;
+
+// Whether `piece` is a line of exactly `key` ("mtu_1=...", never "mtu_10=...").
+bool is_line_of(std::string_view piece, std::string_view key)
+{
+    return piece.size() > key.size() && piece.starts_with(key) && piece[key.size()] == '=';
+}
 
 bool piece_has_eq(std::string_view piece)
 {
@@ -156,6 +164,12 @@ int ConfSession::open(const char *path)
 {
     if (path == nullptr)
         return kErrSysNull;
+    if (g_transaction != nullptr && strcmp(path, cfg_conf_path()) == 0) {
+        path_ = path;
+        content_ = *g_transaction;
+        in_transaction_ = true;
+        return 0;
+    }
     if (g_snapshot != nullptr && access_ != ConfAccess::kWrite && access_ != ConfAccess::kDelete &&
         strcmp(path, cfg_conf_path()) == 0) {
         path_ = path;
@@ -343,14 +357,32 @@ int ConfSession::add_line(const char *key, const char *value, bool replace)
     next.reserve(content_.size() + static_cast<size_t>(n) + 1);
     (void)cfg_for_each_piece(content_, [&](std::string_view piece) {
         // Exact key match: "mtu_1=" replaces only mtu_1, never mtu_10.
-        if (!replace || !(piece.size() > wanted.size() && piece.starts_with(wanted) &&
-                          piece[wanted.size()] == '='))
+        if (!replace || !is_line_of(piece, wanted))
             next.append(piece);
         return 0;
     });
     const int ret = finish_rewrite(&content_, std::move(next), line, static_cast<size_t>(n));
     dirty_ = dirty_ || ret == 0;
     return ret;
+}
+
+int ConfSession::remove(const char *key)
+{
+    if (key == nullptr)
+        return kErrnoInval;
+    const std::string_view wanted(key);
+    std::string next;
+    next.reserve(content_.size());
+    (void)cfg_for_each_piece(content_, [&](std::string_view piece) {
+        if (!is_line_of(piece, wanted))
+            next.append(piece);
+        return 0;
+    });
+    if (next.size() != content_.size()) {
+        content_ = std::move(next);
+        dirty_ = true;
+    }
+    return 0;
 }
 
 int ConfSession::del(const char *key)
@@ -414,6 +446,11 @@ int ConfSession::commit()
     if (!dirty_)
         return 0;
     const int code = access_ == ConfAccess::kWrite ? kErrSysWrite : kErrSysDelete;
+    if (in_transaction_ && g_transaction != nullptr) {
+        *g_transaction = content_;
+        dirty_ = false;
+        return 0;
+    }
     if (fd_ < 0) {
         DRV_ERR("vorn.conf changed in a session answered from a snapshot");
         return code;
@@ -475,6 +512,39 @@ ConfSnapshot::~ConfSnapshot()
 {
     if (active_)
         g_snapshot = nullptr;
+}
+
+int ConfTransaction::begin()
+{
+    if (g_transaction != nullptr)
+        return kErrSysWrite;
+    const int ret = session_.open();
+    if (ret != 0)
+        return ret;
+    original_ = std::string(session_.content());
+    content_ = original_;
+    g_transaction = &content_;
+    active_ = true;
+    return 0;
+}
+
+int ConfTransaction::commit()
+{
+    if (!active_)
+        return kErrSysWrite;
+    g_transaction = nullptr;
+    active_ = false;
+    if (content_ == original_)
+        return 0;
+    session_.content_ = content_;
+    session_.dirty_ = true;
+    return session_.commit();
+}
+
+ConfTransaction::~ConfTransaction()
+{
+    if (active_)
+        g_transaction = nullptr;
 }
 
 const char *cfg_conf_path()
