@@ -88,6 +88,9 @@ Tally report(const HostView &host)
             default:
                 break;
             }
+            for (const std::string &entry : item.unappliable)
+                printf("dev %u %s: saved %s cannot be applied: the device holds %u\n", dev.phy_id,
+                       item.name, entry.c_str(), item.def->max_entries);
         }
     }
     return tally;
