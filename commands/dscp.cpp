@@ -276,7 +276,7 @@ extern constexpr SavedItem kDscpTcItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "dscp_map",
 };
 

@@ -351,7 +351,7 @@ extern constexpr SavedItem kAddressItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "address",
 };
 
@@ -372,7 +372,7 @@ extern constexpr SavedItem kNetmaskItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "netmask",
 };
 

@@ -218,7 +218,7 @@ extern constexpr SavedItem kMacAddrItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "mac",
 };
 

@@ -188,7 +188,7 @@ extern constexpr SavedItem kMtuItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "mtu",
 };
 

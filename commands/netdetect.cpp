@@ -181,7 +181,7 @@ extern constexpr SavedItem kNetdetectItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "netdetect",
 };
 

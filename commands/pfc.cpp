@@ -127,7 +127,7 @@ extern constexpr SavedItem kBitmapItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "pfc_bitmap",
 };
 

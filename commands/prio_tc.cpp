@@ -145,7 +145,7 @@ extern constexpr SavedItem kPrioTcItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "priority_map",
 };
 

@@ -116,7 +116,7 @@ extern constexpr SavedItem kRocePortItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "udp_port",
 };
 

@@ -576,6 +576,6 @@ extern constexpr SavedItem kRoutesItem{
     .saved_list = saved_routes,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "routes",
 };

@@ -118,7 +118,7 @@ extern constexpr SavedItem kBwLimitItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "bw_limit",
 };
 

@@ -257,7 +257,7 @@ extern constexpr SavedItem kTcBwItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "traffic_classes",
 };
 
@@ -278,7 +278,7 @@ extern constexpr SavedItem kTcModeItem{
     .saved_list = nullptr,
     .max_entries = 0,
     .line_key = nullptr,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "traffic_classes",
 };
 

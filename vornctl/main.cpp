@@ -1,6 +1,6 @@
 // The entry point of vornctl: the whole host at a glance (show), saved against live (verify),
-// fabric and file lint (lint) and node_exporter metrics (metrics). Only verify --recover
-// changes a device.
+// fabric and file lint (lint), node_exporter metrics (metrics), and the desired settings of the
+// host applied as one transaction (apply). Only apply and verify --recover change a device.
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -19,10 +19,13 @@ constexpr const char *kUsage =
     "       vornctl verify [-i ID] [--recover] saved against live, one line per difference\n"
     "       vornctl lint                      RoCE consistency and /etc/vorn.conf hazards\n"
     "       vornctl metrics --output FILE     node_exporter textfile of every device\n"
+    "       vornctl apply FILE [--check] [--json] [--no-rollback]\n"
+    "                                         the desired settings of FILE (show --json form)\n"
     "       vornctl -h | --help\n"
     "ID is the physical device id, as vorn_tool -i takes it.\n"
     "Exit status: 0 done (verify: no drift; lint: nothing at warning or above), 1 verify found\n"
-    "drift or lint found a warning or an error, 2 a wrong command line or a failure.\n";
+    "drift or lint found a warning or an error, 2 a wrong command line or a failure (apply:\n"
+    "a change failed, and every change before it is undone unless --no-rollback).\n";
 
 int usage_error(const char *what, std::string_view word)
 {
@@ -65,8 +68,8 @@ int main(int argc, char **argv)
         return ctl_stdout_ok() ? kCtlExitOk : kCtlExitError;
     }
     const bool show = cmd == "show", verify = cmd == "verify", lint = cmd == "lint",
-               metrics = cmd == "metrics";
-    if (!show && !verify && !lint && !metrics)
+               metrics = cmd == "metrics", apply = cmd == "apply";
+    if (!show && !verify && !lint && !metrics && !apply)
         return usage_error("unknown command", cmd);
     CtlOptions opts;
     for (int i = 2; i < argc; ++i) {
@@ -81,7 +84,7 @@ int main(int argc, char **argv)
                 return usage_error("given twice:", word);
             opts.phy_id = id;
             ++i;
-        } else if (word == "--json" && show && !opts.json) {
+        } else if (word == "--json" && (show || apply) && !opts.json) {
             opts.json = true;
         } else if (word == "--recover" && verify && !opts.recover) {
             opts.recover = true;
@@ -89,12 +92,23 @@ int main(int argc, char **argv)
             if (!has_value || argv[i + 1][0] == '\0')
                 return usage_error("--output takes a file name, not", has_value ? argv[i + 1] : "");
             opts.output = argv[++i];
+        } else if (word == "--check" && apply && !opts.check) {
+            opts.check = true;
+        } else if (word == "--no-rollback" && apply && !opts.no_rollback) {
+            opts.no_rollback = true;
+        } else if (apply && opts.file.empty() && !word.empty() &&
+                   (word == "-" || word.front() != '-')) {
+            opts.file = argv[i];
         } else {
             return usage_error("unexpected word", word);
         }
     }
     if (metrics && opts.output.empty())
         return usage_error("metrics needs", "--output FILE");
+    if (apply && opts.file.empty())
+        return usage_error("apply needs", "FILE");
+    if (apply)
+        return ctl_apply(opts);
     if (show)
         return ctl_show(opts);
     if (verify)

@@ -16,6 +16,9 @@ struct CtlOptions {
     bool json = false;              ///< show --json
     bool recover = false;           ///< verify --recover
     std::string output;             ///< metrics --output
+    std::string file;               ///< apply: the document of desired settings ("-": stdin)
+    bool check = false;             ///< apply --check
+    bool no_rollback = false;       ///< apply --no-rollback
 };
 
 /// Every device (or one) with every setting, live beside saved: a table, or JSON.
@@ -26,6 +29,11 @@ struct CtlOptions {
 [[nodiscard]] int ctl_lint(const CtlOptions &opts);
 /// The node_exporter textfile of the host, written atomically.
 [[nodiscard]] int ctl_metrics(const CtlOptions &opts);
+
+/// The desired settings of FILE applied as one transaction, undone when a change fails (unless
+/// --no-rollback); --check prints the changes only. 0 applied (or nothing to change), 2 refused
+/// or failed.
+[[nodiscard]] int ctl_apply(const CtlOptions &opts);
 
 /// Whether standard output took everything written to it; prints the failure on standard
 /// error when not.
