@@ -47,7 +47,7 @@ std::optional<std::string> scalar_text(const json &v)
 }
 
 /// A value item's desired value in the form its command takes: text or number; a list of
-/// eight as an array of numbers; the DSCP map as {"dscp": tc}.
+/// eight as an array of numbers; the DSCP map as {"dscp": tc} or [{"dscp": d, "tc": t}, ...].
 std::optional<std::string> value_text(const SavedItem &def, const json &v)
 {
     if (auto text = scalar_text(v))
@@ -61,14 +61,24 @@ std::optional<std::string> value_text(const SavedItem &def, const json &v)
         }
         return out;
     }
-    if (v.is_object() && def.kind == ItemKind::kDscpMap) {
+    if ((v.is_object() || v.is_array()) && def.kind == ItemKind::kDscpMap) {
+        // {"26": 3, ...}, or the entries as show prints them: [{"dscp": 26, "tc": 3}, ...].
         std::map<unsigned long, std::string> by_dscp;
-        for (const auto &[dscp, tc] : v.items()) {
-            const auto d = item_canonical_number(dscp);
+        auto add = [&](const std::optional<std::string> &dscp, const json &tc) {
+            const auto d = dscp ? item_canonical_number(*dscp) : std::nullopt;
             const auto t = scalar_text(tc);
             if (!d || !t)
-                return std::nullopt;
+                return false;
             by_dscp[std::stoul(*d)] = *t;
+            return true;
+        };
+        for (const auto &[dscp, tc] : v.items()) {
+            const bool ok = v.is_object()
+                                ? add(dscp, tc)
+                                : tc.is_object() && tc.contains("dscp") && tc.contains("tc") &&
+                                      add(scalar_text(tc["dscp"]), tc["tc"]);
+            if (!ok)
+                return std::nullopt;
         }
         for (const auto &[d, t] : by_dscp)
             out += (out.empty() ? "" : ",") + std::to_string(d) + ":" + t;
