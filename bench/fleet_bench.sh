@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # The example fleet playbook (ansible/examples/fleet/site.yml) on N emulated hosts of eight
 # devices each, all on this machine (connection local, pipelining, 5 forks), run twice: the
-# first apply, then the idempotent rerun. Reports seconds per host of each run and how many
-# times each host ran vorn_tool and vornctl (counted by a thin wrapper in front of each).
+# first apply, then the idempotent rerun. Reports seconds per host of each run, how many times
+# each host ran vorn_tool and vornctl (counted by a thin wrapper in front of each), and how many
+# command lines of the tool ran on it, in a vorn_tool process or inside vornctl apply (counted
+# by their last run-log line).
 #
 # Usage: fleet_bench.sh [-n HOSTS] VORN_TOOL VORNCTL KOPA_EMU   (the test build's binaries)
 # VORN_FLEET_KEEP=1 keeps the sandbox (inventory, playbook outputs) for a look after.
@@ -67,9 +69,15 @@ runs() { # runs HOST PROGRAM: the runs counted since the last reset
   local f=$work/$1/count.$2
   [[ -f $f ]] && wc -l <"$f" || echo 0
 }
+lines() { # lines HOST: the command lines of the tool the host's run log records
+  cat "$work/$1/root/var/log/vorn_tool/"*.log 2>/dev/null | grep -c 'vorn tool execution'
+}
 play() { # play NAME: runs the playbook, prints seconds per host and runs per host
-  local name=$1 start end h tool_runs=0 ctl_runs=0
+  local name=$1 start end h tool_runs=0 ctl_runs=0 cmd_lines=0
   rm -f "$work"/node*/count.*
+  for ((i = 0; i < hosts; i++)); do
+    cmd_lines=$((cmd_lines - $(lines "$(printf 'node%02d' "$((i + 1))")")))
+  done
   start=$(date +%s.%N)
   ansible-playbook -i "$work/inventory.yml" -e "@$work/vars.yml" \
     "$repo/ansible/examples/fleet/site.yml" >"$work/$name.txt" 2>&1
@@ -79,14 +87,15 @@ play() { # play NAME: runs the playbook, prints seconds per host and runs per ho
     h=$(printf 'node%02d' "$((i + 1))")
     tool_runs=$((tool_runs + $(runs "$h" vorn_tool)))
     ctl_runs=$((ctl_runs + $(runs "$h" vornctl)))
+    cmd_lines=$((cmd_lines + $(lines "$h")))
   done
   local changed
   changed=$(sed -n '/^PLAY RECAP/,$p' "$work/$name.txt" | grep -o 'changed=[0-9]*' | sort | uniq -c |
     awk '{printf "%s%s x%s", sep, $2, $1; sep=", "}')
   awk -v n="$name" -v s="$start" -v e="$end" -v h="$hosts" -v t="$tool_runs" -v c="$ctl_runs" \
-    -v rc="$rc" -v ch="$changed" 'BEGIN {
-      printf "%-8s %7.1f s total  %5.2f s/host  vorn_tool %5.1f/host  vornctl %5.1f/host  exit %d  (%s)\n",
-        n, e - s, (e - s) / h, t / h, c / h, rc, ch }'
+    -v l="$cmd_lines" -v rc="$rc" -v ch="$changed" 'BEGIN {
+      printf "%-6s %6.1f s total  %5.2f s/host  runs/host: vorn_tool %4.1f, vornctl %4.1f, command lines %4.1f  exit %d  (%s)\n",
+        n, e - s, (e - s) / h, t / h, c / h, l / h, rc, ch }'
   return "$rc"
 }
 
