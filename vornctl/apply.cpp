@@ -183,7 +183,7 @@ void undo_devices(const HostView &before, const HostView &now, std::vector<std::
                     ret =
                         kopa_del_default_gateway_address(was.logic_id, kNetPort, ipv4_of(*b->live));
                 else if (a->live && a->live != "none" && a->holder == was.phy_id)
-                    ret = def->set(dev, a->live->c_str(), nullptr, SetMode::kRecovery);
+                    ret = def->set(dev, a->live->c_str(), SetMode::kRecovery);
                 if (ret != kOk)
                     failed->push_back(name);
                 continue;
@@ -196,10 +196,14 @@ void undo_devices(const HostView &before, const HostView &now, std::vector<std::
                 differs = differs || !same_text(*pdef, pa->live, pb->live);
             // A pair is set back once, at its first item, with both values.
             const bool second_of_pair = pdef != nullptr && def->replay == nullptr;
-            if (!differs || def->set == nullptr || second_of_pair || !a->live)
+            if (!differs || second_of_pair || !a->live)
                 continue;
-            const char *partner = pa != nullptr && pa->live ? pa->live->c_str() : nullptr;
-            if (def->set(dev, a->live->c_str(), partner, SetMode::kRecovery) != kOk)
+            int32_t ret = kOk;
+            if (def->set_pair != nullptr && pa != nullptr && pa->live)
+                ret = def->set_pair(dev, a->live->c_str(), pa->live->c_str(), SetMode::kRecovery);
+            else if (def->set != nullptr)
+                ret = def->set(dev, a->live->c_str(), SetMode::kRecovery);
+            if (ret != kOk)
                 failed->push_back(name);
         }
     }

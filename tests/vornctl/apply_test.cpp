@@ -10,12 +10,8 @@
 
 #include <chrono>
 #include <iostream>
-#include <map>
 #include <random>
-#include <regex>
 #include <thread>
-
-#include "commands/saved_item.hpp"
 
 #include "tests/robust/saved_file.hpp"
 #include "tests/vornctl/ctl_support.hpp"
@@ -241,30 +237,6 @@ TEST_F(CtlApplyTest, DocumentsThatCannotBeAppliedChangeNothing)
         EXPECT_NE(r.err.find(c.error), std::string::npos) << c.document << "\n" << r.err;
     }
     EXPECT_EQ(host(), before);
-}
-
-// The options of the Ansible resource module are those the item table names for it, each
-// setting its items.
-TEST(CtlApplyItems, TheResourceModuleSetsTheItemsTheTableGivesIt)
-{
-    const std::string py = read_file(VORN_RESOURCE_PY);
-    std::map<std::string, std::string> module; // item -> option
-    const std::regex row(R"(\('(\w+)', \(([^)]*)\)\))");
-    for (auto it = std::sregex_iterator(py.begin(), py.end(), row); it != std::sregex_iterator();
-         ++it) {
-        const std::string items = (*it)[2];
-        const std::regex item(R"('(\w+)')");
-        for (auto i = std::sregex_iterator(items.begin(), items.end(), item);
-             i != std::sregex_iterator(); ++i)
-            module[(*i)[1]] = (*it)[1];
-    }
-    std::map<std::string, std::string> table;
-    for (const SavedItem *def : g_saved_items) {
-        if (def->ansible_module != nullptr && std::string(def->ansible_module) == "vorn_devices")
-            table[def->key] = def->ansible_option;
-    }
-    EXPECT_FALSE(table.empty());
-    EXPECT_EQ(module, table);
 }
 
 } // namespace
