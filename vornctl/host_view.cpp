@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <set>
 
 #include "base/result.hpp"
 #include "base/text.hpp"
@@ -302,8 +303,9 @@ SavedList saved_cmdlines(std::string_view conf, const char *item, uint32_t logic
 
 // ---- Comparison --------------------------------------------------------------------------
 
-/// The saved text in the form the device's value is printed in; nullopt when it does not read.
-std::optional<std::string> canonical(ValueKind kind, const std::string &text)
+} // namespace
+
+std::optional<std::string> ctl_canonical(ValueKind kind, const std::string &text)
 {
     switch (kind) {
     case ValueKind::kIpv4:
@@ -333,7 +335,7 @@ std::optional<std::string> canonical(ValueKind kind, const std::string &text)
         for (;;) {
             const size_t comma = text.find(',', start);
             const std::string entry = text.substr(start, comma - start);
-            const auto number = canonical(ValueKind::kNumber, entry);
+            const auto number = ctl_canonical(ValueKind::kNumber, entry);
             if (!number || entry.size() > 3)
                 return std::nullopt;
             values.push_back(static_cast<uint32_t>(strtoul(number->c_str(), nullptr, 10)));
@@ -360,6 +362,9 @@ std::optional<std::string> canonical(ValueKind kind, const std::string &text)
         return std::nullopt;
     }
 }
+
+namespace
+{
 
 const char *kind_words(ValueKind kind)
 {
@@ -399,7 +404,7 @@ LiveValue live_value(const Live &live, std::string_view name)
         return of(live.ip_ret, [&] { return ipv4_text(live.ip.netmask); });
     if (name == "gateway") {
         if (live.gw_ret == KOPA_RESULT_NOENT)
-            return {"none", ""};
+            return {std::nullopt, ""}; // read, and the group holds none
         return of(live.gw_ret, [&] { return ipv4_text(live.gw); });
     }
     if (name == "netdetect")
@@ -452,13 +457,13 @@ void compare_dscp(const std::string &saved, const Live &live, ItemView *item)
 {
     uint8_t tc[kDscpValues];
     (void)qos_read_dscp_list(saved, tc);
-    ItemDiff diff;
+    ItemDiff diff{"", std::string(), ""};
     for (uint32_t d = 0; d < kDscpValues; ++d) {
         if (tc[d] == kDscpNotSaved || tc[d] == live.dscp.tc[d])
             continue;
         const char *sep = diff.saved.empty() ? "" : ",";
         diff.saved += sep + std::to_string(d) + ":" + std::to_string(tc[d]);
-        diff.device += sep + std::to_string(d) + ":" + std::to_string(live.dscp.tc[d]);
+        *diff.live += sep + std::to_string(d) + ":" + std::to_string(live.dscp.tc[d]);
     }
     if (!diff.saved.empty())
         item->diffs.push_back(diff);
@@ -468,6 +473,7 @@ void compare_value(const ItemDef &def, const SavedValue &saved, const SavedValue
                    const Live *live, const DeviceView &dev, ItemView *item)
 {
     item->buffer = def.buffer;
+    item->kind = def.kind;
     if (saved.ret == kErrSysCopy) {
         item->saved_error = "the saved value is longer than its " + std::to_string(def.buffer) +
                             "-byte recovery buffer: recovery skips it";
@@ -486,7 +492,8 @@ void compare_value(const ItemDef &def, const SavedValue &saved, const SavedValue
     }
     if (!item->saved)
         return;
-    const auto want = canonical(def.kind, *item->saved);
+    const auto want = ctl_canonical(def.kind, *item->saved);
+    item->saved_canon = want;
     if (partner != nullptr && partner->ret != 0) {
         item->saved_error =
             std::string("saved without ") + def.partner + ": recovery replays neither";
@@ -499,7 +506,10 @@ void compare_value(const ItemDef &def, const SavedValue &saved, const SavedValue
         item->state = ItemState::kUnusable;
         return;
     }
-    if (!item->live) {
+    // A gateway read that answered none is known: the device holds no gateway.
+    const bool no_gateway =
+        def.kind == ValueKind::kGateway && live != nullptr && live->gw_ret == KOPA_RESULT_NOENT;
+    if (!item->live && !no_gateway) {
         item->state = ItemState::kUnknown;
         return;
     }
@@ -508,14 +518,16 @@ void compare_value(const ItemDef &def, const SavedValue &saved, const SavedValue
     } else if (def.kind == ValueKind::kGateway) {
         const bool held = item->holder && *item->holder == dev.phy_id;
         if (!held || *want != *item->live) {
-            std::string device = held ? *item->live : "none";
-            if (!held && item->holder)
-                device += " (the group's gateway " + *item->live + " is on dev " +
-                          std::to_string(*item->holder) + ")";
-            item->diffs.push_back({*item->saved, device});
+            ItemDiff diff{*item->saved, std::nullopt, ""};
+            if (held)
+                diff.live = item->live;
+            else if (item->holder)
+                diff.note = " (the group's gateway " + *item->live + " is on dev " +
+                            std::to_string(*item->holder) + ")";
+            item->diffs.push_back(diff);
         }
     } else if (*want != *item->live) {
-        item->diffs.push_back({*item->saved, *item->live});
+        item->diffs.push_back({*item->saved, item->live, ""});
     }
     item->state = item->diffs.empty() ? ItemState::kAgree : ItemState::kDrift;
 }
@@ -550,9 +562,9 @@ void compare_list(const SavedList &saved, const std::vector<Entry> *live, int li
         const auto held = std::find_if(live->begin(), live->end(),
                                        [&](const Entry &e) { return e.id == want.id; });
         if (held == live->end())
-            item->diffs.push_back({text_of(want), "none"});
+            item->diffs.push_back({text_of(want), std::nullopt, ""});
         else if (held->value != want.value)
-            item->diffs.push_back({text_of(want), text_of(*held)});
+            item->diffs.push_back({text_of(want), text_of(*held), ""});
     }
     if (!item->diffs.empty())
         item->state = ItemState::kDrift;
@@ -592,6 +604,46 @@ DeviceSaved read_saved(const ConfSession *conf, std::string_view content, uint32
     saved.ip_routes = saved_cmdlines<kopa_ip_route_record>(
         content, "ip_route", logic_id, tool_saved_ip_route_record, ip_route_entry);
     return saved;
+}
+
+// The ids the file saves settings for, each line read as the store reads it: physical ids of
+// item keys and route lines, logical ids of ARP, policy rule and policy route lines. An id no
+// device has is absent.
+std::vector<AbsentId> absent_ids(std::string_view conf, const std::vector<DeviceView> &devices)
+{
+    std::set<uint32_t> phy, logic;
+    (void)cfg_for_each_piece(conf, [&](std::string_view piece) {
+        const std::string line = line_of(piece);
+        const size_t eq = line.find('=');
+        if (line.empty() || line[0] == '#' || eq == std::string::npos)
+            return 0;
+        const std::string_view key(line.data(), eq);
+        SavedRouteLine route{};
+        if (tool_is_route_line(piece)) {
+            if (tool_parse_route_line(line.c_str(), &route) == kOk)
+                phy.insert(route.section);
+            return 0;
+        }
+        for (const ItemDef &def : g_ctl_items) {
+            if (const auto id = def.buffer != 0 ? ctl_key_id(key, def.name) : std::nullopt; id)
+                phy.insert(*id);
+        }
+        for (const char *item : {"arp", "ip_rule", "ip_route"}) {
+            if (const auto id = ctl_key_id(key, item); id)
+                logic.insert(*id);
+        }
+        return 0;
+    });
+    for (const DeviceView &dev : devices) {
+        phy.erase(dev.phy_id);
+        logic.erase(dev.logic_id);
+    }
+    std::vector<AbsentId> absent;
+    for (uint32_t id : phy)
+        absent.push_back({id, std::nullopt});
+    for (uint32_t id : logic)
+        absent.push_back({std::nullopt, id});
+    return absent;
 }
 
 void read_tls(uint32_t logic_id, TlsView *tls)
@@ -651,6 +703,7 @@ void read_device(const DeviceSaved &saved, DeviceView *dev)
         const ItemDef &def = g_ctl_items[i];
         ItemView item;
         item.name = def.name;
+        item.kind = def.kind;
         if (def.buffer != 0) {
             item.key = std::string(def.name) + "_" + std::to_string(dev->phy_id);
             const SavedValue *partner = nullptr;
@@ -768,6 +821,33 @@ std::optional<int64_t> ctl_asctime_utc(std::string_view text)
     return static_cast<int64_t>(timegm(&when));
 }
 
+std::optional<uint32_t> ctl_key_id(std::string_view key, std::string_view item)
+{
+    if (key.size() <= item.size() + 1 || !key.starts_with(item) || key[item.size()] != '_')
+        return std::nullopt;
+    const std::string_view id = key.substr(item.size() + 1);
+    if (id.size() > 4 || !std::all_of(id.begin(), id.end(), [](char c) { return isdigit(c) != 0; }))
+        return std::nullopt;
+    return static_cast<uint32_t>(strtoul(std::string(id).c_str(), nullptr, 10));
+}
+
+bool ctl_has_saved(const DeviceView &dev)
+{
+    return std::any_of(dev.items.begin(), dev.items.end(), [](const ItemView &item) {
+        return item.saved || item.saved_entries || !item.saved_error.empty();
+    });
+}
+
+bool ctl_all_verified(const HostView &host)
+{
+    if (!host.absent.empty())
+        return false;
+    return std::none_of(host.devices.begin(), host.devices.end(), [](const DeviceView &dev) {
+        return std::any_of(dev.items.begin(), dev.items.end(),
+                           [](const ItemView &item) { return item.state == ItemState::kUnknown; });
+    });
+}
+
 const ItemView *ctl_find_item(const DeviceView &dev, std::string_view name)
 {
     for (const ItemView &item : dev.items) {
@@ -809,6 +889,8 @@ int32_t ctl_read_host(std::optional<uint32_t> only, HostView *host)
             saved.push_back(read_saved(host->conf_ret == 0 ? &conf : nullptr, host->conf,
                                        dev.logic_id, dev.phy_id));
     }
+    if (!only)
+        host->absent = absent_ids(host->conf, devices);
     for (size_t i = 0; i < devices.size(); ++i)
         read_device(saved[i], &devices[i]);
     host->devices = std::move(devices);
