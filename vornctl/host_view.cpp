@@ -848,6 +848,19 @@ bool ctl_all_verified(const HostView &host)
     });
 }
 
+std::vector<std::string> ctl_split(const std::string &text, char sep)
+{
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (;;) {
+        const size_t at = text.find(sep, start);
+        parts.push_back(text.substr(start, at - start));
+        if (at == std::string::npos)
+            return parts;
+        start = at + 1;
+    }
+}
+
 const ItemView *ctl_find_item(const DeviceView &dev, std::string_view name)
 {
     for (const ItemView &item : dev.items) {

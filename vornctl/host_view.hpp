@@ -126,6 +126,9 @@ struct HostView {
 /// MAC addresses in lower case, a DSCP list in DSCP order); nullopt when it does not read.
 [[nodiscard]] std::optional<std::string> ctl_canonical(ValueKind kind, const std::string &text);
 
+/// The parts of `text` between the separators `sep` (one part for a text without any).
+[[nodiscard]] std::vector<std::string> ctl_split(const std::string &text, char sep);
+
 /// The item `name` of `dev`, or null.
 [[nodiscard]] const ItemView *ctl_find_item(const DeviceView &dev, std::string_view name);
 

@@ -23,24 +23,11 @@ CtlJson number_or_text(const std::string &text)
     return CtlJson(text);
 }
 
-std::vector<std::string> split(const std::string &text, char sep)
-{
-    std::vector<std::string> parts;
-    size_t start = 0;
-    for (;;) {
-        const size_t at = text.find(sep, start);
-        parts.push_back(text.substr(start, at - start));
-        if (at == std::string::npos)
-            return parts;
-        start = at + 1;
-    }
-}
-
 // "address A netmask M gateway G" as {"address": "A", "netmask": "M", "gateway": "G"}.
 CtlJson entry_object(const std::string &text)
 {
     CtlJson obj = CtlJson::object();
-    const std::vector<std::string> words = split(text, ' ');
+    const std::vector<std::string> words = ctl_split(text, ' ');
     for (size_t i = 0; i + 1 < words.size(); i += 2)
         obj[words[i]] = number_or_text(words[i + 1]);
     return obj;
@@ -71,14 +58,14 @@ CtlJson ctl_typed(ValueKind kind, const std::string &text)
         return number_or_text(text);
     case ValueKind::kList8: {
         CtlJson list = CtlJson::array();
-        for (const std::string &part : split(text, ','))
+        for (const std::string &part : ctl_split(text, ','))
             list.push_back(number_or_text(part));
         return list;
     }
     case ValueKind::kDscp: {
         CtlJson list = CtlJson::array();
         for (const std::string &part :
-             text.empty() ? std::vector<std::string>{} : split(text, ',')) {
+             text.empty() ? std::vector<std::string>{} : ctl_split(text, ',')) {
             const size_t colon = part.find(':');
             list.push_back({{"dscp", number_or_text(part.substr(0, colon))},
                             {"tc", number_or_text(part.substr(colon + 1))}});

@@ -454,42 +454,35 @@ void lint_pairs(LintContext &ctx)
 
 // ---- The host ---------------------------------------------------------------------------------
 
-/// The devices that hold each value of one item (live), most held first.
-std::vector<std::pair<std::string, std::vector<uint32_t>>>
-groups_of(const HostView &host, std::string_view name, std::string_view partner = {})
+/// Values, each with the devices that have it.
+using Groups = std::vector<std::pair<std::string, std::vector<uint32_t>>>;
+
+void add_to(Groups *groups, const std::string &value, uint32_t phy_id)
 {
-    std::vector<std::pair<std::string, std::vector<uint32_t>>> groups;
+    auto it = std::find_if(groups->begin(), groups->end(),
+                           [&](const auto &g) { return g.first == value; });
+    if (it == groups->end())
+        groups->push_back({value, {phy_id}});
+    else
+        it->second.push_back(phy_id);
+}
+
+/// The devices that hold each value of one item (live), most held first.
+Groups groups_of(const HostView &host, std::string_view name, std::string_view partner = {})
+{
+    Groups groups;
     for (const DeviceView &dev : host.devices) {
         const ItemView *item = ctl_find_item(dev, name);
         const ItemView *second = partner.empty() ? nullptr : ctl_find_item(dev, partner);
         if (!dev.readable || item == nullptr || !item->live ||
             (!partner.empty() && (second == nullptr || !second->live)))
             continue;
-        const std::string value = *item->live + (second != nullptr ? " " + *second->live : "");
-        auto it = std::find_if(groups.begin(), groups.end(),
-                               [&](const auto &g) { return g.first == value; });
-        if (it == groups.end())
-            groups.push_back({value, {dev.phy_id}});
-        else
-            it->second.push_back(dev.phy_id);
+        add_to(&groups, *item->live + (second != nullptr ? " " + *second->live : ""), dev.phy_id);
     }
     std::stable_sort(groups.begin(), groups.end(), [](const auto &a, const auto &b) {
         return a.second.size() > b.second.size();
     });
     return groups;
-}
-
-std::vector<std::string> split(const std::string &text, char sep)
-{
-    std::vector<std::string> parts;
-    size_t start = 0;
-    for (;;) {
-        const size_t at = text.find(sep, start);
-        parts.push_back(text.substr(start, at - start));
-        if (at == std::string::npos)
-            return parts;
-        start = at + 1;
-    }
 }
 
 /// The values the file saves for one item (and its partner) on the present devices, with the
@@ -498,7 +491,7 @@ std::vector<std::string> split(const std::string &text, char sep)
 std::vector<std::string> saved_target(const HostView &host, std::string_view name,
                                       const char *partner, std::string *disagree)
 {
-    std::vector<std::pair<std::string, std::vector<uint32_t>>> groups;
+    Groups groups;
     std::map<unsigned long, std::string> dscp; // the union: DSCP value -> "dscp:tc"
     bool dscp_clash = false;
     for (const DeviceView &dev : host.devices) {
@@ -508,15 +501,10 @@ std::vector<std::string> saved_target(const HostView &host, std::string_view nam
             continue;
         const std::string value =
             *item->saved_canon + (second != nullptr ? " " + *second->saved_canon : "");
-        auto it = std::find_if(groups.begin(), groups.end(),
-                               [&](const auto &g) { return g.first == value; });
-        if (it == groups.end())
-            groups.push_back({value, {dev.phy_id}});
-        else
-            it->second.push_back(dev.phy_id);
+        add_to(&groups, value, dev.phy_id);
         if (item->kind != ValueKind::kDscp)
             continue;
-        for (const std::string &entry : split(value, ',')) {
+        for (const std::string &entry : ctl_split(value, ',')) {
             const auto [at, fresh] = dscp.emplace(strtoul(entry.c_str(), nullptr, 10), entry);
             dscp_clash = dscp_clash || (!fresh && at->second != entry);
         }
@@ -574,7 +562,7 @@ void lint_consistency(LintContext &ctx)
         for (const auto &[value, ids] : groups) {
             for (uint32_t phy : ids) {
                 if (dscp) {
-                    const auto have = split(value, ',');
+                    const auto have = ctl_split(value, ',');
                     for (const std::string &entry : want) {
                         const size_t d = strtoul(entry.c_str(), nullptr, 10);
                         if (d < have.size() && have[d] != entry)
