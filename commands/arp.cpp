@@ -15,6 +15,7 @@
 #include "commands/keyword_args.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "commands/saved_lines.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
@@ -297,3 +298,76 @@ int32_t tool_cfg_arp_recovery(DevRef dev)
 {
     return tool_cfg_cmdline_recovery(dev, "arp_%d=", tool_send_arp_recovery_cmd);
 }
+
+namespace
+{
+
+ItemEntry arp_entry(const kopa_arp_record &e)
+{
+    char mac[kMacTextLen + 1];
+    snprintf(mac, sizeof(mac), "%02x:%02x:%02x:%02x:%02x:%02x", e.mac[0], e.mac[1], e.mac[2],
+             e.mac[3], e.mac[4], e.mac[5]);
+    ItemEntry entry{"dev eth" + std::to_string(e.dev) + " ip " + item_ipv4_text(e.ip),
+                    std::string("mac ") + mac, ""};
+    entry.text = entry.id + " " + entry.value;
+    return entry;
+}
+
+int32_t check_arp_line(const char *line)
+{
+    kopa_arp_record rec{};
+    return tool_saved_arp_record(line, &rec);
+}
+
+bool saved_arp_entry(const char *line, ItemEntry *entry)
+{
+    kopa_arp_record rec{};
+    if (tool_saved_arp_record(line, &rec) != kOk)
+        return false;
+    *entry = arp_entry(rec);
+    return true;
+}
+
+ItemLive live_arp(uint32_t logic_id)
+{
+    kopa_arp_record records[KOPA_ARP_MAX] = {};
+    uint32_t count = KOPA_ARP_MAX;
+    ItemLive live;
+    live.ret = kopa_get_arp_table(logic_id, records, &count);
+    for (uint32_t k = 0; live.ret == 0 && k < count && k < KOPA_ARP_MAX; ++k)
+        live.entries.push_back(arp_entry(records[k]));
+    return live;
+}
+
+std::string arp_key(DevRef dev)
+{
+    return tool_cmdline_key("arp", dev.logic_id);
+}
+
+ItemSavedList saved_arp(std::string_view conf, DevRef dev)
+{
+    return tool_saved_cmdline_entries(conf, "arp", dev.logic_id, saved_arp_entry);
+}
+
+} // namespace
+
+extern constexpr SavedItem kArpItem{
+    .key = "arp",
+    .buffer = 0,
+    .kind = ItemKind::kEntries,
+    .what = "ARP entries",
+    .partner = nullptr,
+    .set_words = nullptr,
+    .check = check_arp_line,
+    .canonical = nullptr,
+    .set = nullptr,
+    .live = live_arp,
+    .replay = tool_cfg_arp_recovery,
+    .replay_name = "tool_cfg_arp_recovery",
+    .list_key = arp_key,
+    .saved_list = saved_arp,
+    .max_entries = KOPA_ARP_MAX,
+    .line_key = "arp",
+    .ansible_module = nullptr,
+    .ansible_option = nullptr,
+};

@@ -8,6 +8,7 @@
 #include "base/result.hpp"
 #include "commands/recovery.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
 #include "device/ops.hpp"
@@ -149,10 +150,12 @@ int32_t tool_cfg_recover_device(DevRef dev)
     RUN_LOG_CONFIG("start to recover config of phy_id[%u]\n", dev.phy_id);
     // The file is read once for all the items: the setting lock keeps every writer out.
     ConfSnapshot snapshot;
-    for (const ReplayItem &item : g_replay_items) {
-        const int32_t ret = item.replay(dev);
+    for (const SavedItem *item : g_saved_items) {
+        if (item->replay == nullptr)
+            continue;
+        const int32_t ret = item->replay(dev);
         if (ret != kOk) {
-            DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item.name);
+            DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item->replay_name);
             tool_cfg_status_set(dev, kStatusFail);
             return ret;
         }

@@ -1,5 +1,6 @@
 // Shared refusal, replay-read and save steps of the command handlers.
 #include "commands/cmd_common.hpp"
+#include "commands/saved_item.hpp"
 #include "main/cmd.hpp"
 
 #include <cerrno>
@@ -79,4 +80,29 @@ int32_t cmd_save_item(const CallSite &where, uint32_t phy_id, const char *item, 
                       ret, phy_id);
     fputs(user_text, stderr);
     return ret;
+}
+
+int32_t cmd_set_item(const CallSite &where, const ItemSetCmd &cmd, char **argv,
+                     cmd_parse_info *info)
+{
+    if (strcmp(argv[1], cmd.keyword) != 0) {
+        if (!cmd.drv_refusal)
+            return cmd_err_unknown_option(where, cmd.refusal_log, cmd.refusal_text);
+        if (drv_log_enabled(KELVAR_LEVEL_ERROR))
+            drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, "%.*s",
+                          static_cast<int>(strcspn(cmd.refusal_log, "\n")), cmd.refusal_log);
+        fputs(cmd.refusal_text, stderr);
+        return kErrUnknownOption;
+    }
+    VornPrintLog("CONFIG MAJOR %s %s %s:%d >>> start to set %s of logic_id[%u]\n",
+                 vorn_get_g_usr_name(), vorn_get_g_usr_ip(), where.file, where.line, cmd.start_what,
+                 info->logic_id);
+    int32_t ret = cmd.item->set(dev_of(info), argv[2], nullptr, SetMode::kCommand);
+    if (ret != kOk) {
+        if (drv_log_enabled(KELVAR_LEVEL_ERROR))
+            drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, "set %s failed, logic_id[%u]",
+                          cmd.fail_what, info->logic_id);
+        return ret;
+    }
+    return cmd_save_item(where, info->phy_id, cmd.item->key, argv[2], cmd.save_fail);
 }

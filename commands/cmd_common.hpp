@@ -64,3 +64,28 @@ template <typename Held> [[nodiscard]] bool cmd_set_took_effect(int dev_ret, Hel
     DRV_WARN("the reply of the set broke, but the device holds the requested value");
     return true;
 }
+
+struct SavedItem;
+struct cmd_parse_info;
+
+/// A "-s <keyword> <value>" operation that checks, sets and saves one item, with the texts of its
+/// command.
+struct ItemSetCmd {
+    const char *keyword; ///< the one keyword ("size")
+    const SavedItem *item;
+    /// An unknown keyword: the refusal's log text ("invalid option\n") and the user's text. The
+    /// log text goes to the run log; with `drv_refusal` set, to the driver log without its
+    /// newline.
+    const char *refusal_log;
+    const char *refusal_text;
+    bool drv_refusal;
+    const char *start_what; ///< run log "start to set <start_what> of logic_id[<id>]"
+    const char *fail_what;  ///< driver log "set <fail_what> failed, logic_id[<id>]"
+    const char *save_fail;  ///< standard error when the save fails
+};
+
+/// Runs `cmd` on argv ("-s", keyword, value): refuses another keyword, opens the change in the
+/// run log, checks and sets the value through its item, and saves it as typed. The device keeps
+/// the value even when it cannot be saved.
+[[nodiscard]] int32_t cmd_set_item(const CallSite &where, const ItemSetCmd &cmd, char **argv,
+                                   cmd_parse_info *info);

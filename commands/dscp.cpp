@@ -13,6 +13,7 @@
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
@@ -212,15 +213,20 @@ int32_t qos_read_dscp_list(std::string_view text, uint8_t (&tc)[kDscpValues])
     return ret;
 }
 
-int32_t tool_cfg_dscp_recovery(DevRef dev)
+namespace
 {
-    char value[kDscpValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kDscpItem, "dscp_tc", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("dscp_tc need recover cfg");
-    // The whole list is checked before the first entry is sent.
+
+int32_t check_dscp(const char *text)
+{
     DscpList list{};
-    int32_t ret = read_dscp_list(value, &list);
+    return read_dscp_list(text, &list);
+}
+
+// The whole list is checked before the first entry is sent.
+int32_t set_dscp_list(DevRef dev, const char *text, const char * /*partner*/, SetMode /*mode*/)
+{
+    DscpList list{};
+    int32_t ret = read_dscp_list(text, &list);
     if (ret != kOk) {
         DRV_ERR("saved dscp_tc list is malformed, ret[%d] logic_id[%u]", ret, dev.logic_id);
         return ret;
@@ -235,4 +241,50 @@ int32_t tool_cfg_dscp_recovery(DevRef dev)
         }
     }
     return kOk;
+}
+
+ItemLive live_dscp(uint32_t logic_id)
+{
+    kopa_dscp_map map{};
+    ItemLive live;
+    live.ret = kopa_get_dscp_map(logic_id, &map);
+    if (live.ret == 0) {
+        std::string list;
+        for (uint32_t d = 0; d < kDscpCount; ++d)
+            list += (d == 0 ? "" : ",") + std::to_string(d) + ":" + std::to_string(map.tc[d]);
+        live.value = list;
+    }
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kDscpTcItem{
+    .key = kDscpItem,
+    .buffer = kDscpValueSize,
+    .kind = ItemKind::kDscpMap,
+    .what = "DSCP-to-class map",
+    .partner = nullptr,
+    .set_words = "-dscp_to_tc -s dscp {dscp} tc {tc}",
+    .check = check_dscp,
+    .canonical = item_canonical_dscp,
+    .set = set_dscp_list,
+    .live = live_dscp,
+    .replay = tool_cfg_dscp_recovery,
+    .replay_name = "tool_cfg_dscp_recovery",
+    .list_key = nullptr,
+    .saved_list = nullptr,
+    .max_entries = 0,
+    .line_key = nullptr,
+    .ansible_module = "vorn_qos",
+    .ansible_option = "dscp_map",
+};
+
+int32_t tool_cfg_dscp_recovery(DevRef dev)
+{
+    char value[kDscpValueSize] = {};
+    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kDscpItem, "dscp_tc", value, sizeof(value)))
+        return kOk;
+    DRV_DBG("dscp_tc need recover cfg");
+    return set_dscp_list(dev, value, nullptr, SetMode::kRecovery);
 }

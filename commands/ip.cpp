@@ -12,6 +12,7 @@
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
 #include "commands/route_store.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
 #include "log/driver_log.hpp"
@@ -289,6 +290,90 @@ extern constexpr CmdDesc kIpCmd{
     .ops = kIpOps,
     .unknown_op = {RefusalLog::kNone, nullptr, "Get unknown option.\n"},
     .masks = kIpMasks,
+};
+
+namespace
+{
+
+// The checks of tool_ip_set_address, without its texts.
+int32_t check_address(const char *text)
+{
+    uint32_t addr = 0;
+    return tool_inet_pton_ipv4_address(text, &addr) != kOk || addr == 0 || addr == 0xFFFFFFFFu
+               ? kErrReported
+               : kOk;
+}
+
+int32_t check_netmask(const char *text)
+{
+    uint32_t mask = 0;
+    return tool_inet_pton_ipv4_address(text, &mask) != kOk || !netmask_is_contiguous(mask)
+               ? kErrReported
+               : kOk;
+}
+
+int32_t set_address(DevRef dev, const char *text, const char *netmask, SetMode mode)
+{
+    return tool_ip_set_address(dev, text, netmask, mode);
+}
+
+int32_t set_netmask(DevRef dev, const char *text, const char *address, SetMode mode)
+{
+    return tool_ip_set_address(dev, address, text, mode);
+}
+
+template <uint32_t kopa_ip_record::*kField> ItemLive live_ip(uint32_t logic_id)
+{
+    kopa_ip_record rec{};
+    ItemLive live;
+    live.ret = kopa_get_device_ip_address(logic_id, KOPA_PORT_TYPE_ROCE, 0, &rec);
+    if (live.ret == 0)
+        live.value = item_ipv4_text(rec.*kField);
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kAddressItem{
+    .key = "address",
+    .buffer = kIpTextSize,
+    .kind = ItemKind::kIpv4,
+    .what = "address",
+    .partner = "netmask",
+    .set_words = "-ip -s address {address} netmask {netmask}",
+    .check = check_address,
+    .canonical = item_canonical_ipv4,
+    .set = set_address,
+    .live = live_ip<&kopa_ip_record::address>,
+    .replay = tool_cfg_ip_recovery,
+    .replay_name = "tool_cfg_ip_recovery",
+    .list_key = nullptr,
+    .saved_list = nullptr,
+    .max_entries = 0,
+    .line_key = nullptr,
+    .ansible_module = "vorn_port",
+    .ansible_option = "address",
+};
+
+extern constexpr SavedItem kNetmaskItem{
+    .key = "netmask",
+    .buffer = kIpTextSize,
+    .kind = ItemKind::kIpv4,
+    .what = "netmask",
+    .partner = "address",
+    .set_words = "-ip -s address {address} netmask {netmask}",
+    .check = check_netmask,
+    .canonical = item_canonical_ipv4,
+    .set = set_netmask,
+    .live = live_ip<&kopa_ip_record::netmask>,
+    .replay = nullptr,
+    .replay_name = nullptr,
+    .list_key = nullptr,
+    .saved_list = nullptr,
+    .max_entries = 0,
+    .line_key = nullptr,
+    .ansible_module = "vorn_port",
+    .ansible_option = "netmask",
 };
 
 int32_t tool_cfg_ip_recovery(DevRef dev)

@@ -11,6 +11,7 @@
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "commands/saved_lines.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
@@ -166,3 +167,144 @@ int32_t tool_cfg_ip_route_recovery(DevRef dev)
 {
     return tool_cfg_cmdline_recovery(dev, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
 }
+
+namespace
+{
+
+ItemEntry rule_entry(const kopa_ip_rule_record &r)
+{
+    ItemEntry entry{std::string("dir ") + (r.dir == 0 ? "from" : "to") + " ip " +
+                        item_ipv4_text(r.ip) + " ip_mask " + std::to_string(r.mask_bits) +
+                        " table " + std::to_string(r.table),
+                    "", ""};
+    entry.text = entry.id;
+    return entry;
+}
+
+// Saved in the order "ip A ip_mask N via G dev ethN table T"; the device tells two routes apart
+// by everything but the gateway.
+ItemEntry ip_route_entry(const kopa_ip_route_record &r)
+{
+    const std::string head =
+        "ip " + item_ipv4_text(r.ip) + " ip_mask " + std::to_string(r.mask_bits);
+    const std::string tail =
+        "dev eth" + std::to_string(r.dev) + " table " + std::to_string(r.table);
+    const std::string via = "via " + item_ipv4_text(r.via);
+    return {head + " " + tail, via, head + " " + via + " " + tail};
+}
+
+int32_t check_rule_line(const char *line)
+{
+    kopa_ip_rule_record rec{};
+    return tool_saved_ip_rule_record(line, &rec);
+}
+
+int32_t check_route_line(const char *line)
+{
+    kopa_ip_route_record rec{};
+    return tool_saved_ip_route_record(line, &rec);
+}
+
+bool saved_rule_entry(const char *line, ItemEntry *entry)
+{
+    kopa_ip_rule_record rec{};
+    if (tool_saved_ip_rule_record(line, &rec) != kOk)
+        return false;
+    *entry = rule_entry(rec);
+    return true;
+}
+
+bool saved_route_entry(const char *line, ItemEntry *entry)
+{
+    kopa_ip_route_record rec{};
+    if (tool_saved_ip_route_record(line, &rec) != kOk)
+        return false;
+    *entry = ip_route_entry(rec);
+    return true;
+}
+
+ItemLive live_rules(uint32_t logic_id)
+{
+    kopa_ip_rule_record records[KOPA_POLICY_MAX] = {};
+    uint32_t count = KOPA_POLICY_MAX;
+    ItemLive live;
+    live.ret = kopa_get_ip_rules(logic_id, records, &count);
+    for (uint32_t k = 0; live.ret == 0 && k < count && k < KOPA_POLICY_MAX; ++k)
+        live.entries.push_back(rule_entry(records[k]));
+    return live;
+}
+
+ItemLive live_routes(uint32_t logic_id)
+{
+    kopa_ip_route_record records[KOPA_POLICY_MAX] = {};
+    uint32_t count = KOPA_POLICY_MAX;
+    ItemLive live;
+    live.ret = kopa_get_ip_routes(logic_id, records, &count);
+    for (uint32_t k = 0; live.ret == 0 && k < count && k < KOPA_POLICY_MAX; ++k)
+        live.entries.push_back(ip_route_entry(records[k]));
+    return live;
+}
+
+std::string rule_key(DevRef dev)
+{
+    return tool_cmdline_key("ip_rule", dev.logic_id);
+}
+
+std::string route_key(DevRef dev)
+{
+    return tool_cmdline_key("ip_route", dev.logic_id);
+}
+
+ItemSavedList saved_rules(std::string_view conf, DevRef dev)
+{
+    return tool_saved_cmdline_entries(conf, "ip_rule", dev.logic_id, saved_rule_entry);
+}
+
+ItemSavedList saved_routes(std::string_view conf, DevRef dev)
+{
+    return tool_saved_cmdline_entries(conf, "ip_route", dev.logic_id, saved_route_entry);
+}
+
+} // namespace
+
+extern constexpr SavedItem kIpRulesItem{
+    .key = "ip_rules",
+    .buffer = 0,
+    .kind = ItemKind::kEntries,
+    .what = "policy rules",
+    .partner = nullptr,
+    .set_words = nullptr,
+    .check = check_rule_line,
+    .canonical = nullptr,
+    .set = nullptr,
+    .live = live_rules,
+    .replay = tool_cfg_ip_rule_recovery,
+    .replay_name = "tool_cfg_ip_rule_recovery",
+    .list_key = rule_key,
+    .saved_list = saved_rules,
+    .max_entries = KOPA_POLICY_MAX,
+    .line_key = "ip_rule",
+    .ansible_module = nullptr,
+    .ansible_option = nullptr,
+};
+
+extern constexpr SavedItem kIpRoutesItem{
+    .key = "ip_routes",
+    .buffer = 0,
+    .kind = ItemKind::kEntries,
+    .what = "policy routes",
+    .partner = nullptr,
+    .set_words = nullptr,
+    .check = check_route_line,
+    .canonical = nullptr,
+    .set = nullptr,
+    .live = live_routes,
+    .replay = tool_cfg_ip_route_recovery,
+    .replay_name = "tool_cfg_ip_route_recovery",
+    .list_key = route_key,
+    .saved_list = saved_routes,
+    .max_entries = KOPA_POLICY_MAX,
+    .line_key = "ip_route",
+    .ansible_module = nullptr,
+    .ansible_option = nullptr,
+};

@@ -6,16 +6,8 @@
 #include <cstdint>
 #include <span>
 
+#include "commands/saved_item.hpp"
 #include "commands/setting.hpp"
-
-/// One saved item and its replay.
-struct ReplayItem {
-    const char *name;              ///< the replay routine's name, for the log
-    int32_t (*replay)(DevRef dev); ///< 0 when replayed or absent, else the item's code
-};
-
-/// The saved items in the order recovery replays them.
-extern const std::span<const ReplayItem> g_replay_items;
 
 /// Sends one saved command line (the whole line, its key included, without the newline) to the
 /// device again. 0 or the tool's code.
@@ -26,6 +18,16 @@ using CmdlineSend = int32_t (*)(DevRef dev, const char *line);
 /// LOGICAL id goes to `send`, in file order, under the file's lock. The first failure ends the
 /// replay with its code; 12293 when the file cannot be opened, locked or read.
 [[nodiscard]] int32_t tool_cfg_cmdline_recovery(DevRef dev, const char *pattern, CmdlineSend send);
+
+/// The saved command lines of `item` ("arp") of the device of logical id `logic_id` in `conf`:
+/// the lines that begin with "<item>_<logic_id>=", each read into an entry by `entry_of` (false
+/// when the replay's checkers refuse the line).
+[[nodiscard]] ItemSavedList
+tool_saved_cmdline_entries(std::string_view conf, const char *item, uint32_t logic_id,
+                           bool (*entry_of)(const char *line, ItemEntry *entry));
+
+/// "<item>_<logic_id>", the key of a device's saved command lines.
+[[nodiscard]] std::string tool_cmdline_key(const char *item, uint32_t logic_id);
 
 int32_t tool_cfg_ip_recovery(DevRef dev);
 int32_t tool_cfg_gateway_recovery(DevRef dev);

@@ -2,6 +2,7 @@
 // device goes to the device again, under the configuration file's lock.
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "base/result.hpp"
@@ -35,4 +36,31 @@ int32_t tool_cfg_cmdline_recovery(DevRef dev, const char *pattern, CmdlineSend s
             DRV_ERR("Recovery configure failed. (ret=%d, cmdline=\"%s\")", sent, line);
         return sent;
     });
+}
+
+std::string tool_cmdline_key(const char *item, uint32_t logic_id)
+{
+    return std::string(item) + "_" + std::to_string(logic_id);
+}
+
+ItemSavedList tool_saved_cmdline_entries(std::string_view conf, const char *item, uint32_t logic_id,
+                                         bool (*entry_of)(const char *line, ItemEntry *entry))
+{
+    ItemSavedList list;
+    const std::string key = tool_cmdline_key(item, logic_id) + "=";
+    (void)cfg_for_each_piece(conf, [&](std::string_view piece) {
+        std::string line(piece.data(), strnlen(piece.data(), piece.size()));
+        if (!line.empty() && line.back() == '\n')
+            line.pop_back();
+        if (!line.starts_with(key))
+            return 0;
+        list.any = true;
+        ItemEntry entry;
+        if (entry_of(line.c_str(), &entry))
+            list.entries.push_back(std::move(entry));
+        else
+            list.refused.push_back(line);
+        return 0;
+    });
+    return list;
 }

@@ -9,6 +9,7 @@
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
@@ -118,6 +119,23 @@ int32_t tool_send_arp_set_cmd(int argc, char **argv, cmd_parse_info *info)
     return save_gratuitous_arp(info->phy_id, saved, status);
 }
 
+int32_t set_period(DevRef dev, const char *text, const char *status, SetMode mode)
+{
+    return tool_set_gratuitous_arp_info(dev, text, status, mode);
+}
+
+int32_t set_status(DevRef dev, const char *text, const char *period, SetMode mode)
+{
+    return tool_set_gratuitous_arp_info(dev, period, text, mode);
+}
+
+template <uint32_t kopa_garp_info::*kField> ItemLive live_garp(uint32_t logic_id)
+{
+    kopa_garp_info garp{};
+    const int ret = kopa_get_gratuitous_arp_info(logic_id, kNetPort, &garp);
+    return item_live_number(ret, garp.*kField);
+}
+
 int32_t tool_send_arp_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
     kopa_garp_info garp{};
@@ -157,6 +175,48 @@ extern constexpr CmdDesc kSendArpCmd{
     .help = kHelpSendArp,
     .ops = kSendArpOps,
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
+};
+
+extern constexpr SavedItem kSendArpPeriodItem{
+    .key = kPeriodItem,
+    .buffer = kGarpValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "gratuitous ARP period",
+    .partner = kStatusItem,
+    .set_words = "-send_arp -s period {send_arp_period} status {send_arp_status}",
+    .check = check_period,
+    .canonical = item_canonical_number,
+    .set = set_period,
+    .live = live_garp<&kopa_garp_info::period>,
+    .replay = tool_cfg_gratuitous_arp_recovery,
+    .replay_name = "tool_cfg_gratuitous_arp_recovery",
+    .list_key = nullptr,
+    .saved_list = nullptr,
+    .max_entries = 0,
+    .line_key = nullptr,
+    .ansible_module = nullptr,
+    .ansible_option = nullptr,
+};
+
+extern constexpr SavedItem kSendArpStatusItem{
+    .key = kStatusItem,
+    .buffer = kGarpValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "gratuitous ARP switch",
+    .partner = kPeriodItem,
+    .set_words = "-send_arp -s period {send_arp_period} status {send_arp_status}",
+    .check = check_status,
+    .canonical = item_canonical_number,
+    .set = set_status,
+    .live = live_garp<&kopa_garp_info::status>,
+    .replay = nullptr,
+    .replay_name = nullptr,
+    .list_key = nullptr,
+    .saved_list = nullptr,
+    .max_entries = 0,
+    .line_key = nullptr,
+    .ansible_module = nullptr,
+    .ansible_option = nullptr,
 };
 
 // One saved value without the other is nothing to replay.

@@ -10,8 +10,8 @@
 #include <string_view>
 #include <vector>
 
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
-#include "vornctl/items.hpp"
 
 /// How an item's device value stands against its saved value.
 enum class ItemState : uint8_t {
@@ -35,13 +35,12 @@ struct ItemDiff {
 
 /// One saved item (or list of saved lines) of a device.
 struct ItemView {
-    const char *name = "";               ///< the saved item ("mtu") or list ("routes", "arp", ...)
-    ValueKind kind = ValueKind::kNumber; ///< the form of its values
+    const char *name = "";            ///< the saved item ("mtu") or list ("routes", "arp", ...)
     std::string key;                  ///< what the store is asked: "mtu_3", or the lines of a list
     bool list = false;                ///< entries (routes, ARP entries, policy rules and routes)
     uint32_t buffer = 0;              ///< the recovery buffer of a value item, bytes
     std::optional<std::string> saved; ///< value item: the saved text
-    /// value item: the saved text in the device value's form (ctl_canonical), when it reads
+    /// value item: the saved text in the device value's form (its canonical form), when it reads
     std::optional<std::string> saved_canon;
     std::optional<std::vector<std::string>> saved_entries; ///< list: the saved entries
     std::string saved_error;                               ///< why saved lines cannot be used
@@ -51,6 +50,9 @@ struct ItemView {
     std::optional<uint32_t> holder; ///< gateway: physical id of the device holding the group's
     ItemState state = ItemState::kNotSaved;
     std::vector<ItemDiff> diffs; ///< for kDrift, one per difference
+    /// List: saved entries past what the device holds, which recovery cannot apply.
+    std::vector<std::string> unappliable;
+    const SavedItem *def = nullptr; ///< the item's descriptor
 };
 
 /// One certificate information record the device keeps (a certificate, or the CRL).
@@ -121,10 +123,6 @@ struct HostView {
 /// Whether every device the file saves settings for was present and verified: none absent, no
 /// saved item of a present device left unread (an unhealthy device, a value not answered).
 [[nodiscard]] bool ctl_all_verified(const HostView &host);
-
-/// `text` of the form `kind` in the form the device's value is given in ("09000" is "9000",
-/// MAC addresses in lower case, a DSCP list in DSCP order); nullopt when it does not read.
-[[nodiscard]] std::optional<std::string> ctl_canonical(ValueKind kind, const std::string &text);
 
 /// The parts of `text` between the separators `sep` (one part for a text without any).
 [[nodiscard]] std::vector<std::string> ctl_split(const std::string &text, char sep);

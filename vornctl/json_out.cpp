@@ -51,18 +51,18 @@ template <typename T> CtlJson or_null(const std::optional<T> &value)
 
 } // namespace
 
-CtlJson ctl_typed(ValueKind kind, const std::string &text)
+CtlJson ctl_typed(ItemKind kind, const std::string &text)
 {
     switch (kind) {
-    case ValueKind::kNumber:
+    case ItemKind::kNumber:
         return number_or_text(text);
-    case ValueKind::kList8: {
+    case ItemKind::kNumberList: {
         CtlJson list = CtlJson::array();
         for (const std::string &part : ctl_split(text, ','))
             list.push_back(number_or_text(part));
         return list;
     }
-    case ValueKind::kDscp: {
+    case ItemKind::kDscpMap: {
         CtlJson list = CtlJson::array();
         for (const std::string &part :
              text.empty() ? std::vector<std::string>{} : ctl_split(text, ',')) {
@@ -72,10 +72,7 @@ CtlJson ctl_typed(ValueKind kind, const std::string &text)
         }
         return list;
     }
-    case ValueKind::kRoutes:
-    case ValueKind::kArp:
-    case ValueKind::kIpRules:
-    case ValueKind::kIpRoutes:
+    case ItemKind::kEntries:
         return entry_object(text);
     default:
         return CtlJson(text);
@@ -84,15 +81,16 @@ CtlJson ctl_typed(ValueKind kind, const std::string &text)
 
 CtlJson ctl_item_json(const ItemView &item)
 {
-    auto typed = [&item](const std::optional<std::string> &text) {
-        return text ? ctl_typed(item.kind, *text) : CtlJson(nullptr);
+    const ItemKind kind = item.def->kind;
+    auto typed = [kind](const std::optional<std::string> &text) {
+        return text ? ctl_typed(kind, *text) : CtlJson(nullptr);
     };
-    auto entries = [&item](const std::optional<std::vector<std::string>> &list) {
+    auto entries = [kind](const std::optional<std::vector<std::string>> &list) {
         if (!list)
             return CtlJson(nullptr);
         CtlJson array = CtlJson::array();
         for (const std::string &e : *list)
-            array.push_back(ctl_typed(item.kind, e));
+            array.push_back(ctl_typed(kind, e));
         return array;
     };
     CtlJson j;
@@ -109,7 +107,7 @@ CtlJson ctl_item_json(const ItemView &item)
         j["saved"] = entries(item.saved_entries);
         j["live"] = entries(item.live_entries);
     }
-    if (item.kind == ValueKind::kGateway)
+    if (item.def == &kGatewayItem)
         j["holder"] = or_null(item.holder);
     j["state"] = ctl_state_word(item.state);
     if (!item.saved_error.empty())
@@ -119,8 +117,8 @@ CtlJson ctl_item_json(const ItemView &item)
     CtlJson diffs = CtlJson::array();
     for (const ItemDiff &d : item.diffs) {
         const std::string saved =
-            item.list ? d.saved : ctl_canonical(item.kind, d.saved).value_or(d.saved);
-        diffs.push_back({{"saved", ctl_typed(item.kind, saved)}, {"live", typed(d.live)}});
+            item.list ? d.saved : item.def->canonical(d.saved).value_or(d.saved);
+        diffs.push_back({{"saved", ctl_typed(kind, saved)}, {"live", typed(d.live)}});
     }
     j["differences"] = diffs;
     return j;

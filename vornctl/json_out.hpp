@@ -17,7 +17,7 @@ inline constexpr int kCtlSchemaVersion = 2;
 /// A value or list entry of the form `kind`, given in its text form, typed: a number, an
 /// address or MAC text, an array of numbers, an array of {dscp, tc}, or an entry's object of
 /// its keywords (numbers as numbers).
-[[nodiscard]] CtlJson ctl_typed(ValueKind kind, const std::string &text);
+[[nodiscard]] CtlJson ctl_typed(ItemKind kind, const std::string &text);
 
 /// One item of a device: key, saved, live, state, errors and differences.
 [[nodiscard]] CtlJson ctl_item_json(const ItemView &item);

@@ -162,7 +162,7 @@ Table::Row item_row(const ItemView &item)
     Table::Row row;
     if (!item.list) {
         std::string device = item.live.value_or(item.live_error.empty() ? "none" : "-");
-        if (item.live && item.kind == ValueKind::kDscp)
+        if (item.live && item.def->kind == ItemKind::kDscpMap)
             device = dscp_runs(device);
         if (item.holder && item.live)
             device += " (dev " + std::to_string(*item.holder) + ")";

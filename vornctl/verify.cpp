@@ -78,6 +78,9 @@ void print_report(const HostView &host, const Tally &tally)
                 fprintf(stderr, "note: dev %u %s: %s (see vornctl lint)\n", dev.phy_id, item.name,
                         item.saved_error.c_str());
             }
+            for (const std::string &entry : item.unappliable)
+                printf("dev %u %s: saved %s cannot be applied: the device holds %u\n", dev.phy_id,
+                       item.name, entry.c_str(), item.def->max_entries);
         }
     }
     for (const AbsentId &id : host.absent) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "tests/support/tool_sandbox.hpp"
 
 namespace
@@ -52,8 +53,8 @@ class ArpReplayTest : public ::testing::Test
     /// Every replay item in recovery order, as recovery runs them: the first failure stops.
     int32_t replay_all() const
     {
-        for (const ReplayItem &item : g_replay_items) {
-            const int32_t ret = item.replay(dev_);
+        for (const SavedItem *item : g_saved_items) {
+            const int32_t ret = item->replay != nullptr ? item->replay(dev_) : 0;
             if (ret != 0)
                 return ret;
         }

@@ -2,6 +2,7 @@
 // suggested command; every recovery buffer checked at its edge; a clean host gives none.
 #include <gtest/gtest.h>
 
+#include "commands/saved_item.hpp"
 #include "tests/vornctl/ctl_support.hpp"
 
 namespace
@@ -306,14 +307,13 @@ class CtlLintFileTest : public ::testing::Test
 // characters does not.
 TEST_F(CtlLintFileTest, EveryValueIsCheckedAtTheEdgeOfItsRecoveryBuffer)
 {
-    const std::pair<const char *, size_t> kBuffers[] = {
-        {"mtu", 5},        {"mac_addr", 18},       {"roce_port", 6},       {"address", 20},
-        {"netmask", 20},   {"gateway", 20},        {"netdetect", 20},      {"static_speed", 7},
-        {"auto_adapt", 4}, {"bw_limit", 7},        {"bitmap", 16},         {"prio_tc", 16},
-        {"encoding", 5},   {"send_arp_period", 6}, {"send_arp_status", 6}, {"dscp_tc", 384},
-    };
+    std::vector<std::pair<const char *, size_t>> buffers;
+    for (const SavedItem *def : g_saved_items) {
+        if (def->buffer != 0)
+            buffers.emplace_back(def->key, def->buffer);
+    }
     std::string fits, too_long;
-    for (const auto &[item, size] : kBuffers) {
+    for (const auto &[item, size] : buffers) {
         // A line holds 383 characters: the DSCP list cannot outgrow its buffer.
         if (size < 300)
             too_long += std::string(item) + "_1=" + std::string(size, '9') + "\n";
@@ -322,7 +322,7 @@ TEST_F(CtlLintFileTest, EveryValueIsCheckedAtTheEdgeOfItsRecoveryBuffer)
     }
     sb_.set_conf(fits + too_long);
     const ProcResult r = run_ctl(sb_, {"lint"});
-    for (const auto &[item, size] : kBuffers) {
+    for (const auto &[item, size] : buffers) {
         const std::string fit_finding = std::string(item) + "_2: its value";
         EXPECT_EQ(r.out.find(fit_finding), std::string::npos) << fit_finding;
         if (size > 300)
