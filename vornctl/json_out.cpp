@@ -96,6 +96,7 @@ CtlJson ctl_item_json(const ItemView &item)
     CtlJson j;
     j["key"] = item.key;
     j["kind"] = item.list ? "list" : "value";
+    j["type"] = item_kind_word(kind);
     if (!item.list) {
         j["buffer"] = item.buffer;
         j["saved"] = typed(item.saved_canon);

@@ -101,9 +101,9 @@ ansible_facts:
             link: up
             vnic: {address: 192.168.1.199, netmask: 255.255.255.0}
             items:
-              mtu: {key: mtu_0, kind: value, buffer: 5, saved: 9000, live: 1500,
+              mtu: {key: mtu_0, kind: value, type: number, buffer: 5, saved: 9000, live: 1500,
                     state: drift, differences: [{saved: 9000, live: 1500}]}
-              routes: {key: route_address_A_netmask_M_0, kind: list,
+              routes: {key: route_address_A_netmask_M_0, kind: list, type: entries,
                        saved: [{address: 20.0.0.0, netmask: 255.0.0.0, gateway: 10.0.0.1}],
                        live: [], state: drift,
                        differences: [{saved: {address: 20.0.0.0, netmask: 255.0.0.0,
