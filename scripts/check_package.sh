@@ -81,7 +81,7 @@ check "vorn-tool ships no driver library" bash -c '! grep -q "lib\(drvkopa_host\
   "$tmp/tool.list"
 for f in ./usr/sbin/vorn_tool ./usr/share/man/man8/vorn_tool.8.gz \
   ./usr/share/bash-completion/completions/vorn_tool ./usr/share/doc/vorn-tool/copyright \
-  ./usr/share/doc/vorn-tool/changelog.gz; do
+  ./usr/share/doc/vorn-tool/changelog.gz ./usr/share/vorn-tool/prometheus/vorn.rules.yml; do
   check "vorn-tool ships $f" grep -qx -- "$f" "$tmp/tool.list"
 done
 check "vorn-tool ships the unit" grep -qE "^\./(usr/)?lib/systemd/system/$unit\$" "$tmp/tool.list"

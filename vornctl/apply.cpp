@@ -243,7 +243,8 @@ struct Result {
     bool failed = false;
     bool rolled_back = false;
     std::vector<std::string> undo_failed;
-    std::string error; ///< what stopped the run before any change
+    std::string error;    ///< what stopped the run before any change
+    bool devices = false; ///< the error is that the devices could not be listed
 };
 
 void print_text(const std::vector<Change> &changes, const Result &r)
@@ -368,8 +369,10 @@ int finish(const CtlOptions &opts, const std::vector<Change> &changes, const Res
     else if (r.error.empty() || !changes.empty())
         print_text(changes, r);
     if (!ctl_stdout_ok())
-        return kCtlExitError;
-    return r.failed || !r.error.empty() ? kCtlExitError : kCtlExitOk;
+        return kCtlExitFailure;
+    if (r.devices)
+        return kCtlExitDevices;
+    return r.failed || !r.error.empty() ? kCtlExitFailure : kCtlExitOk;
 }
 
 /// While it lives, what the commands print goes to standard error: standard output holds the
@@ -431,7 +434,11 @@ int ctl_apply(const CtlOptions &opts)
         }
     }
     HostView before;
-    if (read_host(&before, &r.error) != kOk || !ctl_plan(before, desired, &changes, &r.error))
+    if (read_host(&before, &r.error) != kOk) {
+        r.devices = before.list_ret != 0;
+        return finish(opts, changes, r);
+    }
+    if (!ctl_plan(before, desired, &changes, &r.error))
         return finish(opts, changes, r);
     if (opts.check || changes.empty())
         return finish(opts, changes, r);

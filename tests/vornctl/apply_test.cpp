@@ -78,7 +78,7 @@ TEST_F(CtlApplyTest, ARefusalInTheMiddleUndoesEveryChangeOrKeepsThemWithNoRollba
     ASSERT_EQ(sb_.emu({"fault", "add", "--result", "-1", "--op", "set_mac_address"}).status, 0);
 
     ProcResult r = apply(fleet_doc());
-    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.status, 4);
     EXPECT_NE(r.err.find("vornctl apply: dev 5 mac_addr failed (0x4001): every change before it "
                          "is undone\n"),
               std::string::npos)
@@ -92,7 +92,7 @@ TEST_F(CtlApplyTest, ARefusalInTheMiddleUndoesEveryChangeOrKeepsThemWithNoRollba
         << "each command is audited as a run of the tool";
 
     r = apply(fleet_doc(), {"--no-rollback", "--json"});
-    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.status, 4);
     const auto report = nlohmann::json::parse(r.out, nullptr, false);
     ASSERT_TRUE(report.is_object()) << r.out;
     EXPECT_TRUE(report["failed"]);
@@ -233,7 +233,7 @@ TEST_F(CtlApplyTest, DocumentsThatCannotBeAppliedChangeNothing)
     const std::string before = host();
     for (const auto &c : cases) {
         const ProcResult r = apply(c.document);
-        EXPECT_EQ(r.status, 2) << c.document;
+        EXPECT_EQ(r.status, 4) << c.document;
         EXPECT_NE(r.err.find(c.error), std::string::npos) << c.document << "\n" << r.err;
     }
     EXPECT_EQ(host(), before);

@@ -22,7 +22,7 @@ COMMON_ARGS = dict(
 )
 
 SHOW_SCHEMA = 'vornctl-show'
-SHOW_SCHEMA_VERSION = 1
+SHOW_SCHEMA_VERSION = 2
 
 
 def text(value):

@@ -13,10 +13,7 @@ __metaclass__ = type
 import json
 
 from ansible_collections.vorn.fabric.plugins.module_utils.vorn import (
-    SHOW_SCHEMA, Vorn, _quote, tool_message)
-
-# vornctl apply reads a document of the show schema, version 2 (typed values).
-APPLY_SCHEMA_VERSION = 2
+    SHOW_SCHEMA, SHOW_SCHEMA_VERSION, Vorn, _quote, tool_message)
 
 # option: the items it sets, in the order vornctl replays them.
 OPTION_ITEMS = (
@@ -168,7 +165,7 @@ class Resource(object):
             for phy_id in self.host_devices():
                 devices.setdefault(phy_id, removed_items(OPTIONS))
         return {
-            'schema': SHOW_SCHEMA, 'schema_version': APPLY_SCHEMA_VERSION,
+            'schema': SHOW_SCHEMA, 'schema_version': SHOW_SCHEMA_VERSION,
             'devices': [{'phy_id': k, 'items': v} for k, v in sorted(devices.items())],
         }
 
