@@ -356,11 +356,7 @@ extern constexpr SavedItem kArpItem{
     .buffer = 0,
     .kind = ItemKind::kEntries,
     .what = "ARP entries",
-    .partner = nullptr,
-    .set_words = nullptr,
     .check = check_arp_line,
-    .canonical = nullptr,
-    .set = nullptr,
     .live = live_arp,
     .replay = tool_cfg_arp_recovery,
     .replay_name = "tool_cfg_arp_recovery",
@@ -368,6 +364,4 @@ extern constexpr SavedItem kArpItem{
     .saved_list = saved_arp,
     .max_entries = KOPA_ARP_MAX,
     .line_key = "arp",
-    .ansible_module = nullptr,
-    .ansible_option = nullptr,
 };

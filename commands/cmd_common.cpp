@@ -97,7 +97,7 @@ int32_t cmd_set_item(const CallSite &where, const ItemSetCmd &cmd, char **argv,
     VornPrintLog("CONFIG MAJOR %s %s %s:%d >>> start to set %s of logic_id[%u]\n",
                  vorn_get_g_usr_name(), vorn_get_g_usr_ip(), where.file, where.line, cmd.start_what,
                  info->logic_id);
-    int32_t ret = cmd.item->set(dev_of(info), argv[2], nullptr, SetMode::kCommand);
+    int32_t ret = cmd.item->set(dev_of(info), argv[2], SetMode::kCommand);
     if (ret != kOk) {
         if (drv_log_enabled(KELVAR_LEVEL_ERROR))
             drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, "set %s failed, logic_id[%u]",
@@ -105,4 +105,18 @@ int32_t cmd_set_item(const CallSite &where, const ItemSetCmd &cmd, char **argv,
         return ret;
     }
     return cmd_save_item(where, info->phy_id, cmd.item->key, argv[2], cmd.save_fail);
+}
+
+int32_t cmd_replay_value(const CallSite &where, const SavedItem &item, DevRef dev, const char *what,
+                         const char *found, const char *fail_format)
+{
+    char value[kCfgLineSize] = {};
+    if (!cmd_replay_read(where, dev.phy_id, item.key, what, value, item.buffer))
+        return kOk;
+    if (drv_log_enabled(KELVAR_LEVEL_DEBUG))
+        drv_log_write(KELVAR_LEVEL_DEBUG, where.func, where.line, "%s", found);
+    const int32_t ret = item.set(dev, value, SetMode::kRecovery);
+    if (ret != kOk && fail_format != nullptr && drv_log_enabled(KELVAR_LEVEL_ERROR))
+        drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, fail_format, ret, dev.logic_id);
+    return ret;
 }

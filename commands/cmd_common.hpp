@@ -67,6 +67,15 @@ template <typename Held> [[nodiscard]] bool cmd_set_took_effect(int dev_ret, Hel
 
 struct SavedItem;
 struct cmd_parse_info;
+struct DevRef;
+
+/// Replays the saved value of the single `item` of `dev` through its set: false from
+/// cmd_replay_read (`what` naming it) is nothing to do; else the driver-log debug line `found`,
+/// the set in recovery mode, and on its failure the driver-log error `fail_format` (the code and
+/// the logical id; none when null). 0 or the set's code.
+[[nodiscard]] int32_t cmd_replay_value(const CallSite &where, const SavedItem &item, DevRef dev,
+                                       const char *what, const char *found,
+                                       const char *fail_format);
 
 /// A "-s <keyword> <value>" operation that checks, sets and saves one item, with the texts of its
 /// command.

@@ -223,7 +223,7 @@ int32_t check_dscp(const char *text)
 }
 
 // The whole list is checked before the first entry is sent.
-int32_t set_dscp_list(DevRef dev, const char *text, const char * /*partner*/, SetMode /*mode*/)
+int32_t set_dscp_list(DevRef dev, const char *text, SetMode /*mode*/)
 {
     DscpList list{};
     int32_t ret = read_dscp_list(text, &list);
@@ -264,27 +264,19 @@ extern constexpr SavedItem kDscpTcItem{
     .buffer = kDscpValueSize,
     .kind = ItemKind::kDscpMap,
     .what = "DSCP-to-class map",
-    .partner = nullptr,
-    .set_words = "-dscp_to_tc -s dscp {dscp} tc {tc}",
     .check = check_dscp,
-    .canonical = item_canonical_dscp,
-    .set = set_dscp_list,
     .live = live_dscp,
     .replay = tool_cfg_dscp_recovery,
     .replay_name = "tool_cfg_dscp_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-dscp_to_tc -s dscp {dscp} tc {tc}",
+    .canonical = item_canonical_dscp,
+    .set = set_dscp_list,
     .ansible_module = "vorn_qos",
     .ansible_option = "dscp_map",
 };
 
 int32_t tool_cfg_dscp_recovery(DevRef dev)
 {
-    char value[kDscpValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kDscpItem, "dscp_tc", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("dscp_tc need recover cfg");
-    return set_dscp_list(dev, value, nullptr, SetMode::kRecovery);
+    return cmd_replay_value(CMD_HERE, kDscpTcItem, dev, "dscp_tc", "dscp_tc need recover cfg",
+                            nullptr);
 }

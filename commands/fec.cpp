@@ -72,11 +72,6 @@ int32_t tool_fec_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
     return cmd_set_item(CMD_HERE, kFecSet, argv, info);
 }
 
-int32_t set_fec(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_fec_info(dev, text, mode);
-}
-
 ItemLive live_fec(uint32_t logic_id)
 {
     uint32_t fec = 0;
@@ -121,30 +116,17 @@ extern constexpr SavedItem kEncodingItem{
     .buffer = kFecValueSize,
     .kind = ItemKind::kNumber,
     .what = "FEC mode",
-    .partner = nullptr,
-    .set_words = "-fec -s mode {encoding}",
     .check = check_fec,
-    .canonical = item_canonical_number,
-    .set = set_fec,
     .live = live_fec,
     .replay = tool_cfg_fec_recovery,
     .replay_name = "tool_cfg_fec_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
-    .ansible_module = nullptr,
-    .ansible_option = nullptr,
+    .set_words = "-fec -s mode {encoding}",
+    .canonical = item_canonical_number,
+    .set = tool_set_fec_info,
 };
 
 int32_t tool_cfg_fec_recovery(DevRef dev)
 {
-    char value[kFecValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kEncodingItem.key, "fec", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("fec need recover cfg");
-    int32_t set_ret = tool_set_fec_info(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("fec set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, kEncodingItem, dev, "fec", "fec need recover cfg",
+                            "fec set fail ret[%d] logic_id[%u]");
 }

@@ -296,7 +296,7 @@ int32_t check_gateway(const char *text)
 }
 
 // Sets the gateway as it stands; the group bookkeeping was done when it was saved.
-int32_t set_gateway(DevRef dev, const char *text, const char * /*partner*/, SetMode /*mode*/)
+int32_t set_gateway(DevRef dev, const char *text, SetMode /*mode*/)
 {
     uint32_t gw = 0;
     int ret = tool_inet_pton_ipv4_address(text, &gw);
@@ -338,27 +338,19 @@ extern constexpr SavedItem kGatewayItem{
     .buffer = kIpTextSize,
     .kind = ItemKind::kIpv4,
     .what = "gateway",
-    .partner = nullptr,
-    .set_words = "-gateway -s gateway {gateway}",
     .check = check_gateway,
-    .canonical = item_canonical_ipv4,
-    .set = set_gateway,
     .live = live_gateway,
     .replay = tool_cfg_gateway_recovery,
     .replay_name = "tool_cfg_gateway_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-gateway -s gateway {gateway}",
+    .canonical = item_canonical_ipv4,
+    .set = set_gateway,
     .ansible_module = "vorn_port",
     .ansible_option = "gateway",
 };
 
 int32_t tool_cfg_gateway_recovery(DevRef dev)
 {
-    char text[kIpTextSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, "gateway", "gateway", text, sizeof(text)))
-        return kOk;
-    DRV_DBG("gateway need recover cfg");
-    return set_gateway(dev, text, nullptr, SetMode::kRecovery);
+    return cmd_replay_value(CMD_HERE, kGatewayItem, dev, "gateway", "gateway need recover cfg",
+                            nullptr);
 }

@@ -134,16 +134,6 @@ int32_t tool_generic_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
                          "configurations cannot be persisted.\n");
 }
 
-int32_t set_static_speed(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_static_speed(dev, text, mode);
-}
-
-int32_t set_auto_adapt(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_auto_adapt(dev, text, mode);
-}
-
 ItemLive live_static_speed(uint32_t logic_id)
 {
     kopa_generic_info generic{};
@@ -196,20 +186,13 @@ extern constexpr SavedItem kStaticSpeedItem{
     .buffer = kSpeedValueSize,
     .kind = ItemKind::kNumber,
     .what = "static speed",
-    .partner = nullptr,
-    .set_words = "-generic -s speed {static_speed}",
     .check = check_static_speed,
-    .canonical = item_canonical_number,
-    .set = set_static_speed,
     .live = live_static_speed,
     .replay = tool_cfg_generic_recovery,
     .replay_name = "tool_cfg_generic_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
-    .ansible_module = nullptr,
-    .ansible_option = nullptr,
+    .set_words = "-generic -s speed {static_speed}",
+    .canonical = item_canonical_number,
+    .set = tool_set_static_speed,
 };
 
 extern constexpr SavedItem kAutoAdaptItem{
@@ -217,20 +200,11 @@ extern constexpr SavedItem kAutoAdaptItem{
     .buffer = kAutoAdaptValueSize,
     .kind = ItemKind::kNumber,
     .what = "optical auto-adaptation",
-    .partner = nullptr,
-    .set_words = "-generic -s auto_adapt {auto_adapt}",
     .check = check_auto_adapt,
-    .canonical = item_canonical_number,
-    .set = set_auto_adapt,
     .live = live_auto_adapt,
-    .replay = nullptr,
-    .replay_name = nullptr,
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
-    .ansible_module = nullptr,
-    .ansible_option = nullptr,
+    .set_words = "-generic -s auto_adapt {auto_adapt}",
+    .canonical = item_canonical_number,
+    .set = tool_set_auto_adapt,
 };
 
 // The static speed comes first: the adaptation works at the speed the port runs.

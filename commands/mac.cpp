@@ -180,11 +180,6 @@ int32_t check_mac(const char *text)
     return kOk;
 }
 
-int32_t set_mac(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_mac(dev, text, mode);
-}
-
 ItemLive live_mac(uint32_t logic_id)
 {
     uint8_t mac[kMacLen] = {};
@@ -206,30 +201,19 @@ extern constexpr SavedItem kMacAddrItem{
     .buffer = kMacValueSize,
     .kind = ItemKind::kMac,
     .what = "MAC address",
-    .partner = nullptr,
-    .set_words = "-mac -s mac {mac_addr}",
     .check = check_mac,
-    .canonical = item_canonical_mac,
-    .set = set_mac,
     .live = live_mac,
     .replay = tool_cfg_mac_addr_recovery,
     .replay_name = "tool_cfg_mac_addr_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-mac -s mac {mac_addr}",
+    .canonical = item_canonical_mac,
+    .set = tool_set_mac,
     .ansible_module = "vorn_port",
     .ansible_option = "mac",
 };
 
 int32_t tool_cfg_mac_addr_recovery(DevRef dev)
 {
-    char value[kMacValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kMacAddrItem.key, "mac_addr", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("mac_addr need recover cfg");
-    int32_t set_ret = tool_set_mac(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("mac_addr set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, kMacAddrItem, dev, "mac_addr", "mac_addr need recover cfg",
+                            "mac_addr set fail ret[%d] logic_id[%u]");
 }

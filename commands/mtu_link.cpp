@@ -157,11 +157,6 @@ int32_t check_mtu(const char *text)
     return mtu < kMtuMin || mtu > kMtuMax ? kErrRangeMtu : kOk;
 }
 
-int32_t set_mtu(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_mtu(dev, text, mode);
-}
-
 ItemLive live_mtu(uint32_t logic_id)
 {
     uint32_t mtu = 0;
@@ -176,18 +171,13 @@ extern constexpr SavedItem kMtuItem{
     .buffer = kMtuValueSize,
     .kind = ItemKind::kNumber,
     .what = "MTU",
-    .partner = nullptr,
-    .set_words = "-mtu -s size {mtu}",
     .check = check_mtu,
-    .canonical = item_canonical_number,
-    .set = set_mtu,
     .live = live_mtu,
     .replay = tool_cfg_mtu_recovery,
     .replay_name = "tool_cfg_mtu_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-mtu -s size {mtu}",
+    .canonical = item_canonical_number,
+    .set = tool_set_mtu,
     .ansible_module = "vorn_port",
     .ansible_option = "mtu",
 };
@@ -217,12 +207,6 @@ int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
 
 int32_t tool_cfg_mtu_recovery(DevRef dev)
 {
-    char value[kMtuValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kMtuItem.key, "mtu", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("mtu address need recover cfg");
-    int32_t set_ret = tool_set_mtu(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("mtu set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, kMtuItem, dev, "mtu", "mtu address need recover cfg",
+                            "mtu set fail ret[%d] logic_id[%u]");
 }

@@ -147,11 +147,6 @@ int32_t check_netdetect(const char *text)
     return address == 0xFFFFFFFFu ? kErrReported : kOk;
 }
 
-int32_t set_netdetect(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_netdetect_set_address(dev, text, mode);
-}
-
 ItemLive live_netdetect(uint32_t logic_id)
 {
     uint32_t address = 0;
@@ -169,31 +164,20 @@ extern constexpr SavedItem kNetdetectItem{
     .buffer = kIpTextSize,
     .kind = ItemKind::kIpv4,
     .what = "network-detection address",
-    .partner = nullptr,
-    .set_words = "-netdetect -s address {netdetect}",
     .check = check_netdetect,
-    .canonical = item_canonical_ipv4,
-    .set = set_netdetect,
     .live = live_netdetect,
     .replay = tool_cfg_netdetect_recovery,
     .replay_name = "tool_cfg_netdetect_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-netdetect -s address {netdetect}",
+    .canonical = item_canonical_ipv4,
+    .set = tool_netdetect_set_address,
     .ansible_module = "vorn_port",
     .ansible_option = "netdetect",
 };
 
 int32_t tool_cfg_netdetect_recovery(DevRef dev)
 {
-    char text[kIpTextSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kNetdetectName, "netdetect address", text,
-                         sizeof(text)))
-        return kOk;
-    DRV_DBG("netdetect address need recover cfg");
-    int32_t ret = tool_netdetect_set_address(dev, text, SetMode::kRecovery);
-    if (ret != kOk)
-        DRV_ERR("netdetect set address fail ret[%d] logic_id[%u]", ret, dev.logic_id);
-    return ret;
+    return cmd_replay_value(CMD_HERE, kNetdetectItem, dev, "netdetect address",
+                            "netdetect address need recover cfg",
+                            "netdetect set address fail ret[%d] logic_id[%u]");
 }

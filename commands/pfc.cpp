@@ -89,11 +89,6 @@ int32_t check_pfc(const char *text)
     return read_pfc(text, on);
 }
 
-int32_t set_pfc(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_pfc(dev, text, mode);
-}
-
 ItemLive live_pfc(uint32_t logic_id)
 {
     kopa_pfc_info pfc{};
@@ -115,18 +110,13 @@ extern constexpr SavedItem kBitmapItem{
     .buffer = kPfcValueSize,
     .kind = ItemKind::kNumberList,
     .what = "PFC priority list",
-    .partner = nullptr,
-    .set_words = "-pfc -s bitmap {bitmap}",
     .check = check_pfc,
-    .canonical = item_canonical_list,
-    .set = set_pfc,
     .live = live_pfc,
     .replay = tool_cfg_pfc_recovery,
     .replay_name = "tool_cfg_pfc_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-pfc -s bitmap {bitmap}",
+    .canonical = item_canonical_list,
+    .set = tool_set_pfc,
     .ansible_module = "vorn_qos",
     .ansible_option = "pfc_bitmap",
 };
@@ -156,12 +146,6 @@ int32_t tool_set_pfc(DevRef dev, const char *text, SetMode /*mode*/)
 
 int32_t tool_cfg_pfc_recovery(DevRef dev)
 {
-    char value[kPfcValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kBitmapItem.key, "bitmap", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("bitmap need recover cfg");
-    int32_t set_ret = tool_set_pfc(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("pfc bitmap set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, kBitmapItem, dev, "bitmap", "bitmap need recover cfg",
+                            "pfc bitmap set fail ret[%d] logic_id[%u]");
 }

@@ -272,11 +272,7 @@ extern constexpr SavedItem kIpRulesItem{
     .buffer = 0,
     .kind = ItemKind::kEntries,
     .what = "policy rules",
-    .partner = nullptr,
-    .set_words = nullptr,
     .check = check_rule_line,
-    .canonical = nullptr,
-    .set = nullptr,
     .live = live_rules,
     .replay = tool_cfg_ip_rule_recovery,
     .replay_name = "tool_cfg_ip_rule_recovery",
@@ -284,8 +280,6 @@ extern constexpr SavedItem kIpRulesItem{
     .saved_list = saved_rules,
     .max_entries = KOPA_POLICY_MAX,
     .line_key = "ip_rule",
-    .ansible_module = nullptr,
-    .ansible_option = nullptr,
 };
 
 extern constexpr SavedItem kIpRoutesItem{
@@ -293,11 +287,7 @@ extern constexpr SavedItem kIpRoutesItem{
     .buffer = 0,
     .kind = ItemKind::kEntries,
     .what = "policy routes",
-    .partner = nullptr,
-    .set_words = nullptr,
     .check = check_route_line,
-    .canonical = nullptr,
-    .set = nullptr,
     .live = live_routes,
     .replay = tool_cfg_ip_route_recovery,
     .replay_name = "tool_cfg_ip_route_recovery",
@@ -305,6 +295,4 @@ extern constexpr SavedItem kIpRoutesItem{
     .saved_list = saved_routes,
     .max_entries = KOPA_POLICY_MAX,
     .line_key = "ip_route",
-    .ansible_module = nullptr,
-    .ansible_option = nullptr,
 };

@@ -107,11 +107,6 @@ int32_t check_prio_tc(const char *text)
     return read_prio_list(text, tc);
 }
 
-int32_t set_prio_tc(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_prio_tc_info(dev, text, mode);
-}
-
 ItemLive live_prio_tc(uint32_t logic_id)
 {
     kopa_prio_tc_info map{};
@@ -133,18 +128,13 @@ extern constexpr SavedItem kPrioTcItem{
     .buffer = kPrioTcValueSize,
     .kind = ItemKind::kNumberList,
     .what = "priority map",
-    .partner = nullptr,
-    .set_words = "-prio_tc -s prio_tc {prio_tc}",
     .check = check_prio_tc,
-    .canonical = item_canonical_list,
-    .set = set_prio_tc,
     .live = live_prio_tc,
     .replay = tool_cfg_prio_tc_recovery,
     .replay_name = "tool_cfg_prio_tc_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-prio_tc -s prio_tc {prio_tc}",
+    .canonical = item_canonical_list,
+    .set = tool_set_prio_tc_info,
     .ansible_module = "vorn_qos",
     .ansible_option = "priority_map",
 };
@@ -174,12 +164,6 @@ int32_t tool_set_prio_tc_info(DevRef dev, const char *text, SetMode /*mode*/)
 
 int32_t tool_cfg_prio_tc_recovery(DevRef dev)
 {
-    char value[kPrioTcValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPrioTcItem.key, "prio_tc", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("prio_tc need recover cfg");
-    int32_t set_ret = tool_set_prio_tc_info(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("prio tc set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, kPrioTcItem, dev, "prio_tc", "prio_tc need recover cfg",
+                            "prio tc set fail ret[%d] logic_id[%u]");
 }

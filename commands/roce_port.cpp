@@ -21,6 +21,8 @@ namespace
 constexpr uint32_t kNetPort = 0;
 constexpr size_t kPortMinDigits = 4;
 constexpr size_t kPortMaxDigits = 5;
+constexpr long kPortMin = 4097;            ///< the device's smallest port
+constexpr long kPortMax = 65535;           ///< the device's largest port
 constexpr uint32_t kRocePortValueSize = 6; ///< replay buffer of the saved port
 
 constexpr const char *kHelpUdp = "   [-s]        : set roce port port range 4097~65535\n"
@@ -85,16 +87,18 @@ int32_t check_roce_port(const char *text)
                : kOk;
 }
 
-int32_t set_roce_port(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_set_roce_port(dev, text, mode);
-}
-
 ItemLive live_roce_port(uint32_t logic_id)
 {
     uint32_t port = 0;
     const int ret = kopa_read_roce_port(logic_id, kNetPort, &port);
     return item_live_number(ret, port);
+}
+
+// The range the help announces; the tool leaves it to the device.
+int32_t device_roce_port(const char *text)
+{
+    const long port = strtol(text, nullptr, 10);
+    return port < kPortMin || port > kPortMax ? kErrKopa : kOk;
 }
 
 } // namespace
@@ -104,18 +108,14 @@ extern constexpr SavedItem kRocePortItem{
     .buffer = kRocePortValueSize,
     .kind = ItemKind::kNumber,
     .what = "RoCE UDP port",
-    .partner = nullptr,
-    .set_words = "-udp -s port {roce_port}",
     .check = check_roce_port,
-    .canonical = item_canonical_number,
-    .set = set_roce_port,
     .live = live_roce_port,
     .replay = tool_cfg_roce_port_recovery,
     .replay_name = "tool_cfg_roce_port_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-udp -s port {roce_port}",
+    .canonical = item_canonical_number,
+    .set = tool_set_roce_port,
+    .device_check = device_roce_port,
     .ansible_module = "vorn_port",
     .ansible_option = "udp_port",
 };
@@ -142,13 +142,6 @@ int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode /*mode*/)
 
 int32_t tool_cfg_roce_port_recovery(DevRef dev)
 {
-    char value[kRocePortValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kRocePortItem.key, "roce_port", value,
-                         sizeof(value)))
-        return kOk;
-    DRV_DBG("roce_port need recover cfg");
-    int32_t set_ret = tool_set_roce_port(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("Roce port set fail. (ret=%d; logic_id=%u)", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, kRocePortItem, dev, "roce_port", "roce_port need recover cfg",
+                            "Roce port set fail. (ret=%d; logic_id=%u)");
 }

@@ -56,36 +56,41 @@ struct SavedItem {
     const char *key; ///< the item ("mtu": key "mtu_<phy_id>"), or the list's name ("arp")
     uint32_t buffer; ///< bytes recovery reads the value into; 0 for a list
     ItemKind kind;
-    const char *what;    ///< what it is, for texts ("MTU")
-    const char *partner; ///< the item recovery replays only together with this one, or null
-    /// The words after "vorn_tool -i <id>" that set and save it, {name} standing for the value
-    /// of the item `name` ("-mtu -s size {mtu}"); null for a list without a command.
-    const char *set_words;
+    const char *what; ///< what it is, for texts ("MTU")
     /// The check replay runs on the saved value (on the whole line of a list), with no device
     /// and no output: 0, or the code replay fails with.
     int32_t (*check)(const char *value);
-    /// The saved text in the form the device's value is printed in; nullopt when it does not
-    /// read as its kind.
-    std::optional<std::string> (*canonical)(std::string_view saved);
-    /// Checks and sets the value (with the partner's value for a pair, else null) on the
-    /// device, as replay does, and saves nothing. Null for a list.
-    int32_t (*set)(DevRef dev, const char *value, const char *partner_value, SetMode mode);
     /// Reads the device's value (or entries) in the saved form.
     ItemLive (*live)(uint32_t logic_id);
     /// The replay routine of the step this item opens, with its name; null for the later items
     /// of a step (the partner of a pair, the auto-adaptation after the static speed).
-    int32_t (*replay)(DevRef dev);
-    const char *replay_name;
+    int32_t (*replay)(DevRef dev) = nullptr;
+    const char *replay_name = nullptr;
+    /// The words after "vorn_tool -i <id>" that set and save it, {name} standing for the value
+    /// of the item `name` ("-mtu -s size {mtu}"); null for a list without a command.
+    const char *set_words = nullptr;
+    /// Value: the saved text in the form the device's value is printed in; nullopt when it does
+    /// not read as its kind.
+    std::optional<std::string> (*canonical)(std::string_view saved) = nullptr;
+    /// Value: checks and sets it on the device as replay does, and saves nothing.
+    int32_t (*set)(DevRef dev, const char *value, SetMode mode) = nullptr;
+    /// Pair: the item recovery replays only together with this one, and the set of both
+    /// (this item's value first) in place of `set`.
+    const char *partner = nullptr;
+    int32_t (*set_pair)(DevRef dev, const char *value, const char *partner_value,
+                        SetMode mode) = nullptr;
     /// List: the saved key of device `dev` ("arp_<logic_id>") and its entries read from `conf`.
-    std::string (*list_key)(DevRef dev);
-    ItemSavedList (*saved_list)(std::string_view conf, DevRef dev);
-    uint32_t max_entries; ///< list: the most entries the device holds; 0 when unbounded
-    /// List of saved command lines: the item of their keys ("arp": lines "arp_<logic_id>=...");
-    /// null otherwise.
-    const char *line_key;
+    std::string (*list_key)(DevRef dev) = nullptr;
+    ItemSavedList (*saved_list)(std::string_view conf, DevRef dev) = nullptr;
+    uint32_t max_entries = 0; ///< list: the most entries the device holds; 0 when unbounded
+    /// List of saved command lines: the item of their keys ("arp": lines "arp_<logic_id>=...").
+    const char *line_key = nullptr;
+    /// Value whose range the tool leaves to the device: the range the device announces, checked
+    /// by lint only. 0 or the code of a value outside it.
+    int32_t (*device_check)(const char *value) = nullptr;
     /// The Ansible module and option that set it, or null when no module does.
-    const char *ansible_module;
-    const char *ansible_option;
+    const char *ansible_module = nullptr;
+    const char *ansible_option = nullptr;
 };
 
 /// Every saved item, in the order recovery replays them (the address first: the gateway and the

@@ -87,11 +87,6 @@ int32_t check_bw_limit(const char *text)
     return read_bw_limit(text, &limit);
 }
 
-int32_t set_bw_limit(DevRef dev, const char *text, const char * /*partner*/, SetMode mode)
-{
-    return tool_port_shaping_set(dev, text, mode);
-}
-
 ItemLive live_bw_limit(uint32_t logic_id)
 {
     kopa_shaping_info shaping{};
@@ -106,18 +101,13 @@ extern constexpr SavedItem kBwLimitItem{
     .buffer = kBwLimitValueSize,
     .kind = ItemKind::kNumber,
     .what = "port bandwidth limit",
-    .partner = nullptr,
-    .set_words = "-shaping -s bw_limit {bw_limit}",
     .check = check_bw_limit,
-    .canonical = item_canonical_number,
-    .set = set_bw_limit,
     .live = live_bw_limit,
     .replay = tool_cfg_shaping_recovery,
     .replay_name = "tool_cfg_shaping_recovery",
-    .list_key = nullptr,
-    .saved_list = nullptr,
-    .max_entries = 0,
-    .line_key = nullptr,
+    .set_words = "-shaping -s bw_limit {bw_limit}",
+    .canonical = item_canonical_number,
+    .set = tool_port_shaping_set,
     .ansible_module = "vorn_qos",
     .ansible_option = "bw_limit",
 };
@@ -145,12 +135,6 @@ int32_t tool_port_shaping_set(DevRef dev, const char *text, SetMode /*mode*/)
 
 int32_t tool_cfg_shaping_recovery(DevRef dev)
 {
-    char value[kBwLimitValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kBwLimitItem.key, "bw_limit", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("bw_limit need recover cfg");
-    int32_t set_ret = tool_port_shaping_set(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("bw_limit set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, kBwLimitItem, dev, "bw_limit", "bw_limit need recover cfg",
+                            "bw_limit set fail ret[%d] logic_id[%u]");
 }

@@ -250,13 +250,18 @@ void lint_values(LintContext &ctx)
             if (!phy || value.size() >= item->buffer ||
                 (item->kind == ItemKind::kDscpMap && entries > kDscpValues))
                 continue;
-            const int32_t ret = item->check(value.c_str());
+            int32_t ret = item->check(value.c_str());
+            const char *who = "recovery";
+            if (ret == kOk && item->device_check != nullptr) {
+                ret = item->device_check(value.c_str());
+                who = "the device";
+            }
             if (ret == kOk)
                 continue;
             ctx.add(Severity::kError, p.line,
-                    key + ": recovery of device " + std::to_string(*phy) + " refuses the " +
-                        item->what + " \"" + value + "\" (" + hex(ret) +
-                        ") and stops there, leaving every later item unapplied",
+                    key + ": " + who + " refuses the " + item->what + " \"" + value + "\" (" +
+                        hex(ret) + "), so the recovery of device " + std::to_string(*phy) +
+                        " stops there, leaving every later item unapplied",
                     set_command(ctx, *phy, item->key,
                                 {{item->key, "<" + std::string(item->key) + ">"}}));
         }
