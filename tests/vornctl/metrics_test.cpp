@@ -157,6 +157,24 @@ TEST_F(CtlMetricsTest, ReplacesTheFileWhole)
     EXPECT_EQ(st.st_mode & 0777, 0644u) << "the collector must be able to read it";
 }
 
+// No device listed (the driver not up yet) while the file saves settings for device 0: neither
+// verify nor metrics passes it for success, and the metrics say so.
+TEST(CtlNoDeviceTest, NoDeviceListedIsNoSilentSuccess)
+{
+    ToolSandbox sb({"--devices", "0"});
+    sb.set_conf("mtu_0=9000\n");
+    const ProcResult verify = run_ctl(sb, {"verify"});
+    EXPECT_EQ(verify.status, 3) << verify.out;
+    EXPECT_EQ(verify.out.find("no drift"), std::string::npos) << verify.out;
+    const std::string prom = sb.dir() + "/vorn.prom";
+    EXPECT_EQ(run_ctl(sb, {"metrics", "--output", prom}).status, 3);
+    const std::string text = read_file(prom);
+    EXPECT_NE(text.find("\nvorn_devices_present 0\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("vorn_device_health{phy_id=\"0\",logic_id=\"\",state=\"absent\"} 1\n"),
+              std::string::npos)
+        << text;
+}
+
 // A killed run's temporary file goes with the next run; a live writer's (locked) stays.
 TEST_F(CtlMetricsTest, LeftoverTemporaryFilesOfDeadWritersGo)
 {
