@@ -123,6 +123,11 @@ bool read_item(const SavedItem &def, const json &doc, DesiredItem *item, std::st
     }
     const json &v = doc["saved"];
     item->name = def.key;
+    // A saved text that does not read in the item's form (show's "saved_text") is left alone.
+    if (v.is_null() && doc.contains("saved_text")) {
+        item->name.clear();
+        return true;
+    }
     if (v.is_null()) {
         item->remove = true;
         return true;
@@ -201,7 +206,8 @@ bool ctl_read_desired(const std::string &text, std::vector<DesiredDevice> *devic
                 *error = "dev " + std::to_string(dev.phy_id) + " " + def->key + ": " + why;
                 return false;
             }
-            dev.items.push_back(std::move(item));
+            if (!item.name.empty())
+                dev.items.push_back(std::move(item));
         }
         if (items != d.end()) {
             for (const auto &[name, v] : items->items()) {
@@ -328,7 +334,10 @@ class Planner
                 continue;
             if (def.partner != nullptr)
                 done.insert(def.partner);
-            if (item.remove)
+            if (def.kind == ItemKind::kEntries && std::string_view(def.key) != "routes") {
+                if (!check_unchanged(def, item, error))
+                    return false;
+            } else if (item.remove)
                 plan_removal(def);
             else if (def.kind == ItemKind::kEntries)
                 plan_routes(def, item);
@@ -342,6 +351,34 @@ class Planner
 
   private:
     const ItemView &view(const char *name) const { return *ctl_find_item(dev_, name); }
+
+    /// An entry as the set of its keyword pairs, whatever their order.
+    static std::string entry_id(const std::string &text)
+    {
+        const std::vector<std::string> words = split(text);
+        std::vector<std::string> pairs;
+        for (size_t i = 0; i + 1 < words.size(); i += 2)
+            pairs.push_back(words[i] + " " + words[i + 1]);
+        std::sort(pairs.begin(), pairs.end());
+        return join(pairs, " ");
+    }
+
+    // ARP entries and policy rules and routes are not changed: a document may name them only
+    // as the file saves them (a show --json document does).
+    bool check_unchanged(const SavedItem &def, const DesiredItem &item, std::string *error) const
+    {
+        std::multiset<std::string> want, saved;
+        for (const std::string &e : item.entries)
+            want.insert(entry_id(e));
+        for (const std::string &e :
+             view(def.key).saved_entries.value_or(std::vector<std::string>{}))
+            saved.insert(entry_id(e));
+        if (want == saved)
+            return true;
+        *error = "dev " + std::to_string(dev_.phy_id) + " " + def.key +
+                 ": apply does not change these entries (vorn_tool sets them)";
+        return false;
+    }
 
     const DesiredItem *wanted(const char *name) const
     {

@@ -197,6 +197,12 @@ TEST_F(CtlApplyTest, OnlyWhatDiffersChangesAndRemovedItemsLeaveOnlyTheirOwnLines
     r = apply(document);
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out, "apply: nothing to change\n");
+    // The whole host as show --json prints it applies as it is, and changes nothing.
+    set_on(sb_, 3, {"-arp", "-a", "dev", "eth0", "ip", "10.3.0.9", "mac", "00:11:22:33:44:99"});
+    set_on(sb_, 3, {"-dscp_to_tc", "-s", "dscp", "46", "tc", "3"});
+    r = apply(run_ctl(sb_, {"show", "--json"}).out);
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.out, "apply: nothing to change\n");
 
     // MTU of device 1 and the routes of device 3 removed: the line mtu_10 stays, the device
     // keeps its MTU, the route leaves the device too.
@@ -227,6 +233,9 @@ TEST_F(CtlApplyTest, DocumentsThatCannotBeAppliedChangeNothing)
         {doc({{0, R"("mtu": {"saved": "90 00"})"}}), "dev 0 mtu: saved is not number"},
         {doc({{0, R"("mtu": {"saved": 9000})"}, {0, ""}}), "device 0 is given twice"},
         {doc({{8, R"("mtu": {"saved": 9000})"}}), "no device has the physical id 8"},
+        {doc({{0,
+               R"("arp": {"saved": [{"dev": "eth0", "ip": "10.0.0.9", "mac": "00:11:22:33:44:99"}]})"}}),
+         "dev 0 arp: apply does not change these entries"},
         {doc({{0, R"("address": {"saved": "10.0.0.2"})"}}),
          "dev 0 address: give netmask too (none is saved)"},
     };
