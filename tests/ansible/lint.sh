@@ -29,7 +29,7 @@ echo "== ansible-lint, production profile: the example playbooks"
   status=1
 
 # The tests of ansible-test sanity that run without pip (the others install their own tools).
-tests=(action-plugin-docs changelog compile empty-init future-import-boilerplate ignores
+tests=(action-plugin-docs compile empty-init future-import-boilerplate ignores
   line-endings metaclass-boilerplate no-assert no-basestring no-dict-iteritems no-dict-iterkeys
   no-dict-itervalues no-get-exception no-illegal-filenames no-main-display no-smart-quotes
   no-unicode-literals replace-urlopen shebang symlinks use-argspec-type-path use-compat-six)
