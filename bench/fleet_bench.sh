@@ -20,18 +20,9 @@ command -v ansible-playbook >/dev/null || { echo "ansible-playbook is not instal
 tool=$(realpath "$1") ctl=$(realpath "$2") emu=$(realpath "$3")
 repo=$(cd "$(dirname "$0")/.." && pwd)
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/vorn-fleet-XXXXXX") || exit 1
-if [[ -n ${VORN_FLEET_KEEP:-} ]]; then
-  trap 'echo "sandbox kept: $work"' EXIT
-else
-  trap 'rm -rf "$work"' EXIT
-fi
-
-export ANSIBLE_COLLECTIONS_PATH=$repo/ansible
-export ANSIBLE_HOME=$work/ansible-home ANSIBLE_LOCAL_TEMP=$work/ansible-tmp
-export ANSIBLE_REMOTE_TEMP=$work/ansible-remote ANSIBLE_CONFIG=$work/ansible.cfg
-export ANSIBLE_NOCOLOR=1 ANSIBLE_RETRY_FILES_ENABLED=0 ANSIBLE_PIPELINING=1 ANSIBLE_FORKS=5
-printf '[defaults]\n' >"$ANSIBLE_CONFIG"
+. "$repo/tests/ansible/sandbox.sh"
+ansible_sandbox VORN_FLEET_KEEP vorn-fleet "$repo"
+export ANSIBLE_FORKS=5
 
 # Each program behind a wrapper that counts its runs, one line per run in the host's sandbox.
 for prog in vorn_tool:"$tool" vornctl:"$ctl"; do

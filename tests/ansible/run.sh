@@ -31,21 +31,10 @@ repo=$(cd "$here/../.." && pwd)
 tool=$1 ctl=$2 emu=$3
 fleet=$repo/ansible/examples/fleet
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/vorn-ansible-XXXXXX") || exit 1
 # VORN_ANSIBLE_KEEP=1 keeps the sandbox (inventory, outputs of every run) for a look after.
-if [[ -n ${VORN_ANSIBLE_KEEP:-} ]]; then
-  trap 'echo "sandbox kept: $work"' EXIT
-else
-  trap 'rm -rf "$work"' EXIT
-fi
-
-# Ansible keeps everything it writes in the sandbox and reads no configuration of the machine.
-export ANSIBLE_COLLECTIONS_PATH=$repo/ansible
-export ANSIBLE_HOME=$work/ansible-home ANSIBLE_LOCAL_TEMP=$work/ansible-tmp
-export ANSIBLE_REMOTE_TEMP=$work/ansible-remote ANSIBLE_CONFIG=$work/ansible.cfg
-export ANSIBLE_NOCOLOR=1 ANSIBLE_FORCE_COLOR=0 ANSIBLE_RETRY_FILES_ENABLED=0
-export ANSIBLE_STDOUT_CALLBACK=default ANSIBLE_LOAD_CALLBACK_PLUGINS=0 ANSIBLE_PIPELINING=1
-printf '[defaults]\n' >"$ANSIBLE_CONFIG"
+. "$here/sandbox.sh"
+ansible_sandbox VORN_ANSIBLE_KEEP vorn-ansible "$repo"
+export ANSIBLE_STDOUT_CALLBACK=default ANSIBLE_LOAD_CALLBACK_PLUGINS=0
 cd "$work" || exit 1
 
 passed=0 failed=0
