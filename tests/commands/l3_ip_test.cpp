@@ -116,14 +116,31 @@ TEST_F(IpCmdTest, AddressChangeInsideTheSegmentReplaysTheSavedGateway)
     EXPECT_EQ(run(0, {"-gateway", "-g"}).out, "default gateway:10.0.0.1, Iface:eth0\n");
 }
 
+// Pruning reads the texts as the conflict rule does (inet_addr), before they are validated: a
+// text that does not convert reads as 255.255.255.255, and "10.0.0" as 10.0.0.0.
 TEST_F(IpCmdTest, RoutesArePrunedEvenWhenTheAddressIsThenRefused)
 {
-    const std::string conf = "route_address_20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n";
-    sb_.set_conf(conf);
-    ProcResult r = run(0, {"-ip", "-s", "address", "255.255.255.255", "netmask", "255.255.255.0"});
-    EXPECT_EQ(r.status, 7);
-    EXPECT_EQ(r.err, "The IP address is invalid!\n");
-    EXPECT_EQ(sb_.conf(), "");
+    const std::string r1 = "route_address_20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n";
+    const std::string r2 = "route_address_30.0.0.0_netmask_255.0.0.0_0=gateway_255.255.255.9\n";
+    const std::string r3 = "route_address_40.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.2\n";
+    struct Case {
+        const char *address, *netmask, *err;
+        std::string kept;
+    };
+    const Case cases[] = {
+        {"255.255.255.255", "255.255.255.0", "The IP address is invalid!\n", r2},
+        {"ten", "255.255.255.0", "The IP address is invalid!\n", r2},
+        {"10.0.0", "255.255.255.0", "The IP address is invalid!\n", r1 + r3},
+        {"10.0.0.2", "ones", "The netmask is invalid!\n", r3},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(std::string(c.address) + "/" + c.netmask);
+        sb_.set_conf(r1 + r2 + r3);
+        ProcResult r = run(0, {"-ip", "-s", "address", c.address, "netmask", c.netmask});
+        EXPECT_EQ(r.status, 7);
+        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(sb_.conf(), c.kept);
+    }
     EXPECT_EQ(run(0, {"-ip", "-g"}).out, "ipaddr:0.0.0.0\nnetmask:0.0.0.0\n");
 }
 
