@@ -199,24 +199,22 @@ TEST_F(ArpCommandsTest, RefusedCommandLinesLeaveDeviceAndFileAlone)
     const std::string add = "-arp -a dev eth0 ip 10.0.0.5 ";
     const std::string unicast = "a unicast IPv4 address such as 10.0.0.5";
     const std::string unicast_mac = "a unicast MAC address such as 00:11:22:33:44:55";
+    auto bad_ip = [&](const std::string &ip) {
+        return Case{"-arp -a dev eth0 ip " + ip + " mac 00:11:22:33:44:55", 1,
+                    bad(ip, "ip", unicast) + arp};
+    };
     const Case cases[] = {
         {"-arp -a dev eth8 ip 10.0.0.5 mac 00:11:22:33:44:55", 1,
          bad("eth8", "dev", "eth0 to eth7") + arp},
-        {"-arp -a dev eth0 ip 10.0.0.256 mac 00:11:22:33:44:55", 1,
-         bad("10.0.0.256", "ip", unicast) + arp},
+        bad_ip("10.0.0.256"),
         {"-arp -a ip 010.0.0.5 dev eth0 mac 00:11:22:33:44:55", 1,
          bad("010.0.0.5", "ip", unicast) + arp},
         // No neighbour has these addresses or MACs, though the shared checkers take them.
-        {"-arp -a dev eth0 ip 0.0.0.0 mac 00:11:22:33:44:55", 1,
-         bad("0.0.0.0", "ip", unicast) + arp},
-        {"-arp -a dev eth0 ip 255.255.255.255 mac 00:11:22:33:44:55", 1,
-         bad("255.255.255.255", "ip", unicast) + arp},
-        {"-arp -a dev eth0 ip 127.0.0.1 mac 00:11:22:33:44:55", 1,
-         bad("127.0.0.1", "ip", unicast) + arp},
-        {"-arp -a dev eth0 ip 224.0.0.1 mac 00:11:22:33:44:55", 1,
-         bad("224.0.0.1", "ip", unicast) + arp},
-        {"-arp -a dev eth0 ip 239.1.1.1 mac 00:11:22:33:44:55", 1,
-         bad("239.1.1.1", "ip", unicast) + arp},
+        bad_ip("0.0.0.0"),
+        bad_ip("255.255.255.255"),
+        bad_ip("127.0.0.1"),
+        bad_ip("224.0.0.1"),
+        bad_ip("239.1.1.1"),
         {add + "mac 01:00:5e:00:00:01", 1, bad("01:00:5e:00:00:01", "mac", unicast_mac) + arp},
         {add + "mac 03:11:22:33:44:55", 1, bad("03:11:22:33:44:55", "mac", unicast_mac) + arp},
         {add + "mac FF:FF:FF:FF:FF:FF", 1, bad("FF:FF:FF:FF:FF:FF", "mac", unicast_mac) + arp},
