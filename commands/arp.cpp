@@ -11,6 +11,8 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/port_settings.hpp"
@@ -21,8 +23,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

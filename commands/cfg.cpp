@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/recovery.hpp"
 #include "commands/replay.hpp"
 #include "commands/saved_item.hpp"
@@ -14,7 +15,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

@@ -1,7 +1,7 @@
 // Shared refusal, replay-read and save steps of the command handlers.
 #include "commands/cmd_common.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/saved_item.hpp"
-#include "main/cmd.hpp"
 
 #include <cerrno>
 #include <cstdio>

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
@@ -18,7 +19,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

@@ -4,13 +4,13 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
 #include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

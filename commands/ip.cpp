@@ -8,6 +8,8 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -17,8 +19,6 @@
 #include "device/device_info.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

@@ -8,6 +8,7 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
@@ -16,7 +17,6 @@
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
 
 namespace
 {

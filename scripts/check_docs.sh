@@ -2,10 +2,11 @@
 # Keeps the bash completion and the manual page honest against the tool's own help: every
 # command of `vorn_tool -h`, its operation words and the keywords of each operation must be
 # what the completion offers, and every command and keyword must appear in the manual page.
-# Usage: check_docs.sh TOOL COMPLETION MANPAGE, where TOOL is a test build (VORN_TEST_PATHS:
-# its run log goes under a temporary VORN_TEST_ROOT).
+# The manual page and the README state the number of commands the help lists.
+# Usage: check_docs.sh TOOL COMPLETION MANPAGE README, where TOOL is a test build
+# (VORN_TEST_PATHS: its run log goes under a temporary VORN_TEST_ROOT).
 set -euo pipefail
-tool=$1 completion=$2 manpage=$3
+tool=$1 completion=$2 manpage=$3 readme=$4
 
 tmp=$(mktemp -d "${TMPDIR:-/tmp}/vorn-docs-XXXXXX")
 trap 'rm -rf "$tmp"' EXIT
@@ -41,7 +42,12 @@ grep '^cmd -i ' "$tmp/grammar" | awk '{print $3}' | sort >"$tmp/help.cmds"
 # shellcheck disable=SC2086,SC2154 # a blank-separated list, defined by the completion
 printf '%s\n' $_vorn_tool_commands | sort >"$tmp/comp.cmds"
 diff -u "$tmp/help.cmds" "$tmp/comp.cmds" >&2 || bad "the completion's commands differ from the help"
-(($(wc -l <"$tmp/help.cmds") == 38)) || bad "the help lists $(wc -l <"$tmp/help.cmds") commands of -i, not 38"
+# The counts the documents state are the help's.
+all=$(grep -c '^cmd ' "$tmp/grammar")
+for doc in "$manpage" "$readme"; do
+  stated=$(grep -oE 'all [0-9]+ commands' "$doc" | grep -oE '[0-9]+' | sort -u)
+  [[ "$stated" == "$all" ]] || bad "$(basename "$doc") states ${stated:-no count of} commands, the help lists $all"
+done
 grep -qx 'op -a -cfg recovery' "$tmp/grammar" || bad "the help has no -a -cfg recovery"
 
 # Operation words and keywords per command.

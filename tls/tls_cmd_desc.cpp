@@ -14,8 +14,8 @@
 
 #include "base/identity.hpp"
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "log/driver_log.hpp"
-#include "main/cmd.hpp"
 #include "tls/tls_module.hpp"
 
 #ifndef VORN_TLS_MODULE_DIR

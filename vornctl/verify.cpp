@@ -6,10 +6,10 @@
 #include <string>
 
 #include "base/result.hpp"
+#include "cmdline/identity.hpp"
+#include "cmdline/setting_lock.hpp"
 #include "commands/recovery.hpp"
 #include "log/run_log.hpp"
-#include "main/identity.hpp"
-#include "main/setting_lock.hpp"
 #include "vornctl/host_view.hpp"
 #include "vornctl/vornctl.hpp"
 
