@@ -30,7 +30,8 @@ int32_t refuse_operation(const CmdDesc &cmd)
         break;
     case RefusalLog::kDriverLog:
         if (drv_log_enabled(KELVAR_LEVEL_ERROR)) {
-            drv_log_write(KELVAR_LEVEL_ERROR, cmd.handler, __LINE__, "%s", why.log_text);
+            if (why.log_text != nullptr)
+                drv_log_write(KELVAR_LEVEL_ERROR, cmd.handler, __LINE__, "%s", why.log_text);
             const int len = static_cast<int>(strcspn(why.user_text, "\n"));
             drv_log_write(KELVAR_LEVEL_ERROR, cmd.handler, __LINE__, "%.*s", len, why.user_text);
         }
@@ -44,8 +45,6 @@ int32_t refuse_operation(const CmdDesc &cmd)
 
 int32_t cmd_dispatch(const CmdDesc &cmd, int argc, char **argv, cmd_parse_info *info)
 {
-    if (cmd.whole != nullptr)
-        return cmd.whole(argc, argv, info);
     if (argc <= 0) {
         log_argc(cmd, cmd.argc_log, argc);
         return kErrArgCount;

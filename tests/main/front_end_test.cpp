@@ -163,3 +163,19 @@ TEST_F(FrontEndTest, AuditMasksSecretsAndStrangeCharacters)
 }
 
 } // namespace
+
+// Which operations a command has, how many words each takes and whether it takes the setting
+// lock are declared in its row, for every command, so the dispatcher checks them all alike.
+TEST(CmdTableTest, EveryCommandDeclaresItsOperations)
+{
+    std::vector<const cmd_record *> rows;
+    for (int i = 0; i < kCmdFixedNum; ++i)
+        rows.push_back(&g_cmd_list[i]);
+    for (const cmd_record &row : g_cmd_list_ext)
+        rows.push_back(&row);
+    for (const cmd_record *row : rows) {
+        EXPECT_FALSE(row->cmd->ops.empty()) << row->cmd->name;
+        for (const CmdOp &op : row->cmd->ops)
+            EXPECT_NE(op.run, nullptr) << row->cmd->name << " " << op.word;
+    }
+}
