@@ -294,9 +294,9 @@ int32_t tool_saved_arp_record(const char *line, kopa_arp_record *entry)
     return ret;
 }
 
-int32_t tool_cfg_arp_recovery(DevRef dev)
+int32_t tool_cfg_arp_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "arp_%d=", tool_send_arp_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "arp_%d=", tool_send_arp_recovery_cmd);
 }
 
 namespace

@@ -149,11 +149,12 @@ int32_t tool_cfg_recover_device(DevRef dev)
     tool_cfg_status_set(dev, kStatusStart);
     RUN_LOG_CONFIG("start to recover config of phy_id[%u]\n", dev.phy_id);
     // The file is read once for all the items: the setting lock keeps every writer out.
-    ConfSnapshot snapshot;
+    ConfView conf;
+    (void)conf.open();
     for (const SavedItem *item : g_saved_items) {
         if (item->replay == nullptr)
             continue;
-        const int32_t ret = item->replay(dev);
+        const int32_t ret = item->replay(dev, conf);
         if (ret != kOk) {
             DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item->replay_name);
             tool_cfg_status_set(dev, kStatusFail);

@@ -275,8 +275,8 @@ extern constexpr SavedItem kDscpTcItem{
     .ansible_option = "dscp_map",
 };
 
-int32_t tool_cfg_dscp_recovery(DevRef dev)
+int32_t tool_cfg_dscp_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kDscpTcItem, dev, "dscp_tc", "dscp_tc need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kDscpTcItem, dev, "dscp_tc", "dscp_tc need recover cfg",
                             nullptr);
 }

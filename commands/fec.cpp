@@ -125,8 +125,8 @@ extern constexpr SavedItem kEncodingItem{
     .set = tool_set_fec_info,
 };
 
-int32_t tool_cfg_fec_recovery(DevRef dev)
+int32_t tool_cfg_fec_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kEncodingItem, dev, "fec", "fec need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kEncodingItem, dev, "fec", "fec need recover cfg",
                             "fec set fail ret[%d] logic_id[%u]");
 }

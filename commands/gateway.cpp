@@ -349,8 +349,8 @@ extern constexpr SavedItem kGatewayItem{
     .ansible_option = "gateway",
 };
 
-int32_t tool_cfg_gateway_recovery(DevRef dev)
+int32_t tool_cfg_gateway_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kGatewayItem, dev, "gateway", "gateway need recover cfg",
-                            nullptr);
+    return cmd_replay_value(CMD_HERE, conf, kGatewayItem, dev, "gateway",
+                            "gateway need recover cfg", nullptr);
 }

@@ -208,10 +208,10 @@ extern constexpr SavedItem kAutoAdaptItem{
 };
 
 // The static speed comes first: the adaptation works at the speed the port runs.
-int32_t tool_cfg_generic_recovery(DevRef dev)
+int32_t tool_cfg_generic_recovery(DevRef dev, const ConfView &conf)
 {
     char speed[kSpeedValueSize] = {};
-    if (cmd_replay_read(CMD_HERE, dev.phy_id, kStaticSpeedItem.key, "static speed", speed,
+    if (cmd_replay_read(CMD_HERE, conf, dev.phy_id, kStaticSpeedItem.key, "static speed", speed,
                         sizeof(speed))) {
         int32_t ret = tool_set_static_speed(dev, speed, SetMode::kRecovery);
         if (ret != kOk) {
@@ -221,7 +221,7 @@ int32_t tool_cfg_generic_recovery(DevRef dev)
         }
     }
     char adapt[kAutoAdaptValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kAutoAdaptItem.key, "auto adapt", adapt,
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kAutoAdaptItem.key, "auto adapt", adapt,
                          sizeof(adapt)))
         return kOk;
     int32_t ret = tool_set_auto_adapt(dev, adapt, SetMode::kRecovery);

@@ -154,12 +154,12 @@ struct IpText {
             }
         }
     }
-    int32_t ret = tool_cfg_gateway_recovery(dev_of(info));
+    int32_t ret = tool_cfg_replay_now(tool_cfg_gateway_recovery, dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover gateway cfg fail! ret[%d] phy_id[%u]", ret, info->phy_id);
         return ret;
     }
-    ret = tool_cfg_route_recovery(dev_of(info));
+    ret = tool_cfg_replay_now(tool_cfg_route_recovery, dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover route cfg fail[%d], phy_id[%u]", ret, info->phy_id);
         return ret;
@@ -366,13 +366,13 @@ extern constexpr SavedItem kNetmaskItem{
     .ansible_option = "netmask",
 };
 
-int32_t tool_cfg_ip_recovery(DevRef dev)
+int32_t tool_cfg_ip_recovery(DevRef dev, const ConfView &conf)
 {
     char address[kIpTextSize] = {};
     char netmask[kIpTextSize] = {};
-    int ret = cfg_read_conf(dev.phy_id, "address", address, sizeof(address));
+    int ret = conf.read_item(dev.phy_id, "address", address, sizeof(address));
     if (ret == 0)
-        ret = cfg_read_conf(dev.phy_id, "netmask", netmask, sizeof(netmask));
+        ret = conf.read_item(dev.phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         DRV_DBG("ip address do not need recover cfg [%d]", ret);
         return kOk;

@@ -212,8 +212,8 @@ extern constexpr SavedItem kMacAddrItem{
     .ansible_option = "mac",
 };
 
-int32_t tool_cfg_mac_addr_recovery(DevRef dev)
+int32_t tool_cfg_mac_addr_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kMacAddrItem, dev, "mac_addr", "mac_addr need recover cfg",
-                            "mac_addr set fail ret[%d] logic_id[%u]");
+    return cmd_replay_value(CMD_HERE, conf, kMacAddrItem, dev, "mac_addr",
+                            "mac_addr need recover cfg", "mac_addr set fail ret[%d] logic_id[%u]");
 }

@@ -205,8 +205,8 @@ int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_mtu_recovery(DevRef dev)
+int32_t tool_cfg_mtu_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kMtuItem, dev, "mtu", "mtu address need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kMtuItem, dev, "mtu", "mtu address need recover cfg",
                             "mtu set fail ret[%d] logic_id[%u]");
 }

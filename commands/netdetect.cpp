@@ -175,9 +175,9 @@ extern constexpr SavedItem kNetdetectItem{
     .ansible_option = "netdetect",
 };
 
-int32_t tool_cfg_netdetect_recovery(DevRef dev)
+int32_t tool_cfg_netdetect_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kNetdetectItem, dev, "netdetect address",
+    return cmd_replay_value(CMD_HERE, conf, kNetdetectItem, dev, "netdetect address",
                             "netdetect address need recover cfg",
                             "netdetect set address fail ret[%d] logic_id[%u]");
 }

@@ -158,14 +158,14 @@ int32_t tool_saved_ip_route_record(const char *line, kopa_ip_route_record *route
     return kOk;
 }
 
-int32_t tool_cfg_ip_rule_recovery(DevRef dev)
+int32_t tool_cfg_ip_rule_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "ip_rule_%d=", tool_send_ip_rule_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "ip_rule_%d=", tool_send_ip_rule_recovery_cmd);
 }
 
-int32_t tool_cfg_ip_route_recovery(DevRef dev)
+int32_t tool_cfg_ip_route_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
 }
 
 namespace

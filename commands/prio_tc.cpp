@@ -162,8 +162,8 @@ int32_t tool_set_prio_tc_info(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_prio_tc_recovery(DevRef dev)
+int32_t tool_cfg_prio_tc_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kPrioTcItem, dev, "prio_tc", "prio_tc need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kPrioTcItem, dev, "prio_tc", "prio_tc need recover cfg",
                             "prio tc set fail ret[%d] logic_id[%u]");
 }

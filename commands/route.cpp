@@ -387,17 +387,15 @@ int32_t tool_parse_route_line(const char *line, SavedRouteLine *route)
     return kOk;
 }
 
-int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32_t address,
-                                          uint32_t netmask)
+namespace
 {
-    ConfSession conf(ConfAccess::kWalk);
-    int ret = conf.open();
-    if (ret != 0)
-        return ret;
-    // The walk reads the lines as they were at the start; a deletion takes effect in the
-    // session at once and reaches the file as one replacement at the end.
-    const std::string lines(conf.content());
-    ret = cfg_for_each_piece(lines, [&](std::string_view piece) -> int {
+
+// The walk over the route lines of `lines` for `dev`, each handed to the action; `conf` takes the
+// deletions (null for a replay, which reads only).
+int32_t walk_routes(std::string_view lines, ConfSession *conf, DevRef dev, RouteAction action,
+                    uint32_t address, uint32_t netmask)
+{
+    return cfg_for_each_piece(lines, [&](std::string_view piece) -> int {
         if (!tool_is_route_line(piece))
             return 0;
         char line[kCfgLineSize];
@@ -409,8 +407,23 @@ int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32
             return pret;
         if (route.section != dev.phy_id)
             return 0;
-        return tool_select_action_for_route(&conf, dev, action, route, address, netmask);
+        return tool_select_action_for_route(conf, dev, action, route, address, netmask);
     });
+}
+
+} // namespace
+
+int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32_t address,
+                                          uint32_t netmask)
+{
+    ConfSession conf(ConfAccess::kWalk);
+    int ret = conf.open();
+    if (ret != 0)
+        return ret;
+    // The walk reads the lines as they were at the start; a deletion takes effect in the
+    // session at once and reaches the file as one replacement at the end.
+    const std::string lines(conf.content());
+    ret = walk_routes(lines, &conf, dev, action, address, netmask);
     // The routes handled before a failing one stay handled, as they would line by line.
     const int saved = conf.commit();
     return ret != 0 ? ret : saved;
@@ -452,9 +465,11 @@ extern constexpr CmdDesc kRouteCmd{
     .masks = kRouteMasks,
 };
 
-int32_t tool_cfg_route_recovery(DevRef dev)
+int32_t tool_cfg_route_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_read_vorn_conf_handle_action(dev, RouteAction::kReplay, 0, 0);
+    if (conf.status() != 0)
+        return conf.status();
+    return walk_routes(conf.content(), nullptr, dev, RouteAction::kReplay, 0, 0);
 }
 
 namespace

@@ -206,13 +206,13 @@ extern constexpr SavedItem kSendArpStatusItem{
 };
 
 // One saved value without the other is nothing to replay.
-int32_t tool_cfg_gratuitous_arp_recovery(DevRef dev)
+int32_t tool_cfg_gratuitous_arp_recovery(DevRef dev, const ConfView &conf)
 {
     char period[kGarpValueSize] = {};
     char status[kGarpValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPeriodItem, "send_arp_period", period,
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kPeriodItem, "send_arp_period", period,
                          sizeof(period)) ||
-        !cmd_replay_read(CMD_HERE, dev.phy_id, kStatusItem, "send_arp_status", status,
+        !cmd_replay_read(CMD_HERE, conf, dev.phy_id, kStatusItem, "send_arp_status", status,
                          sizeof(status)))
         return kOk;
     DRV_DBG("gratuitous arp need recover cfg");

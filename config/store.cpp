@@ -105,9 +105,6 @@ bool sync_dir_of(const std::string &path)
     return ok;
 }
 
-// The content of the live snapshot, if any.
-const std::string *g_snapshot = nullptr;
-
 bool piece_has_eq(std::string_view piece)
 {
     return piece.find('=') != std::string_view::npos;
@@ -156,12 +153,6 @@ int ConfSession::open(const char *path)
 {
     if (path == nullptr)
         return kErrSysNull;
-    if (g_snapshot != nullptr && access_ != ConfAccess::kWrite && access_ != ConfAccess::kDelete &&
-        strcmp(path, cfg_conf_path()) == 0) {
-        path_ = path;
-        content_ = *g_snapshot;
-        return 0;
-    }
     const size_t path_len = strnlen(path, kPathMax + 1);
     char real_path[PATH_MAX + 1] = {};
     if (path_len > kPathMax || !resolve_path(path, real_path)) {
@@ -265,11 +256,15 @@ std::string_view cfg_find_answer(std::string_view content, std::string_view key)
     return found;
 }
 
-int ConfSession::read(const char *key, char *value_out, uint32_t value_size) const
+namespace
+{
+
+// The prefix read of `key` in `content`, into `value_out`.
+int read_in(std::string_view content, const char *key, char *value_out, uint32_t value_size)
 {
     if (key == nullptr || value_out == nullptr)
         return kErrnoInval;
-    std::string_view piece = cfg_find_answer(content_, key);
+    std::string_view piece = cfg_find_answer(content, key);
     if (piece.empty())
         return kErrSysNotFound;
     if (piece.back() == '\n')
@@ -284,6 +279,23 @@ int ConfSession::read(const char *key, char *value_out, uint32_t value_size) con
     memcpy(value_out, found, found_len);
     value_out[found_len] = '\0';
     return 0;
+}
+
+int read_item_in(std::string_view content, uint32_t phy_id, const char *item, char *value_out,
+                 uint32_t value_size)
+{
+    if (item == nullptr || value_out == nullptr)
+        return kErrnoInval;
+    char key[kCfgLineSize];
+    const int ret = cfg_build_key(phy_id, item, key);
+    return ret != 0 ? ret : read_in(content, key, value_out, value_size);
+}
+
+} // namespace
+
+int ConfSession::read(const char *key, char *value_out, uint32_t value_size) const
+{
+    return read_in(content_, key, value_out, value_size);
 }
 
 namespace
@@ -380,11 +392,7 @@ int ConfSession::del(const char *key)
 int ConfSession::read_item(uint32_t phy_id, const char *item, char *value_out,
                            uint32_t value_size) const
 {
-    if (item == nullptr || value_out == nullptr)
-        return kErrnoInval;
-    char key[kCfgLineSize];
-    const int ret = cfg_build_key(phy_id, item, key);
-    return ret != 0 ? ret : read(key, value_out, value_size);
+    return read_item_in(content_, phy_id, item, value_out, value_size);
 }
 
 int ConfSession::write_item(uint32_t phy_id, const char *item, const char *value)
@@ -414,10 +422,6 @@ int ConfSession::commit()
     if (!dirty_)
         return 0;
     const int code = access_ == ConfAccess::kWrite ? kErrSysWrite : kErrSysDelete;
-    if (fd_ < 0) {
-        DRV_ERR("vorn.conf changed in a session answered from a snapshot");
-        return code;
-    }
     const std::string tmp = path_ + kTmpSuffix;
     if (unlink(tmp.c_str()) != 0 && errno != ENOENT) {
         DRV_ERR("remove %s fail, errno:%d", tmp.c_str(), errno);
@@ -459,22 +463,18 @@ int ConfSession::commit()
     return 0;
 }
 
-ConfSnapshot::ConfSnapshot()
+int ConfView::open(const char *path)
 {
-    if (g_snapshot != nullptr)
-        return;
     ConfSession session(ConfAccess::kRead);
-    if (session.open() != 0)
-        return;
-    content_ = std::string(session.content());
-    g_snapshot = &content_;
-    active_ = true;
+    ret_ = session.open(path);
+    content_ = ret_ == 0 ? std::string(session.content()) : std::string();
+    return ret_;
 }
 
-ConfSnapshot::~ConfSnapshot()
+int ConfView::read_item(uint32_t phy_id, const char *item, char *value_out,
+                        uint32_t value_size) const
 {
-    if (active_)
-        g_snapshot = nullptr;
+    return ret_ != 0 ? ret_ : read_item_in(content_, phy_id, item, value_out, value_size);
 }
 
 const char *cfg_conf_path()

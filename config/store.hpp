@@ -115,21 +115,27 @@ class ConfSession
     mode_t mode_ = 0;
 };
 
-/// While a snapshot lives, sessions that only read the configuration file (reads and route
-/// walks) are answered from one copy of it, taken under the file's lock when the snapshot began,
-/// instead of reading the file again each time. For a run that reads many items while the setting
-/// lock keeps every writer out: the replay of all saved items of a device.
-class ConfSnapshot
+/// A read-only view of the configuration file: its content, read once under the file's lock,
+/// and reads of it. It cannot write. A run that reads many items (the replay of a device, while
+/// the setting lock keeps every writer out) reads them all from one view.
+class ConfView
 {
   public:
-    ConfSnapshot();
-    ~ConfSnapshot();
-    ConfSnapshot(const ConfSnapshot &) = delete;
-    ConfSnapshot &operator=(const ConfSnapshot &) = delete;
+    /// Reads the file at `path`. 0, or the code of a read session that cannot open it; every
+    /// read of the view then fails with that code.
+    [[nodiscard]] int open(const char *path);
+    [[nodiscard]] int open() { return open(cfg_conf_path()); }
+
+    /// The item read of ConfSession: the first line that begins with "<item>_<phy_id>".
+    [[nodiscard]] int read_item(uint32_t phy_id, const char *item, char *value_out,
+                                uint32_t value_size) const;
+    /// 0 when the file was read, else the code of its open.
+    [[nodiscard]] int status() const { return ret_; }
+    [[nodiscard]] std::string_view content() const { return content_; }
 
   private:
     std::string content_;
-    bool active_ = false;
+    int ret_ = kErrSysRead;
 };
 
 /// Calls `fn(piece)` for each line of `content` in order as a 384-byte line buffer reads it:
