@@ -313,41 +313,9 @@ ItemEntry arp_entry(const kopa_arp_record &e)
     return entry;
 }
 
-int32_t check_arp_line(const char *line)
-{
-    kopa_arp_record rec{};
-    return tool_saved_arp_record(line, &rec);
-}
-
-bool saved_arp_entry(const char *line, ItemEntry *entry)
-{
-    kopa_arp_record rec{};
-    if (tool_saved_arp_record(line, &rec) != kOk)
-        return false;
-    *entry = arp_entry(rec);
-    return true;
-}
-
-ItemLive live_arp(uint32_t logic_id)
-{
-    kopa_arp_record records[KOPA_ARP_MAX] = {};
-    uint32_t count = KOPA_ARP_MAX;
-    ItemLive live;
-    live.ret = kopa_get_arp_table(logic_id, records, &count);
-    for (uint32_t k = 0; live.ret == 0 && k < count && k < KOPA_ARP_MAX; ++k)
-        live.entries.push_back(arp_entry(records[k]));
-    return live;
-}
-
-std::string arp_key(DevRef dev)
-{
-    return tool_cmdline_key("arp", dev.logic_id);
-}
-
-ItemSavedList saved_arp(std::string_view conf, DevRef dev)
-{
-    return tool_saved_cmdline_entries(conf, "arp", dev.logic_id, saved_arp_entry);
-}
+constexpr char kArpLines[] = "arp";
+using ArpList = CmdlineList<kopa_arp_record, tool_saved_arp_record, arp_entry, kArpLines,
+                            kopa_get_arp_table, KOPA_ARP_MAX>;
 
 } // namespace
 
@@ -356,12 +324,12 @@ extern constexpr SavedItem kArpItem{
     .buffer = 0,
     .kind = ItemKind::kEntries,
     .what = "ARP entries",
-    .check = check_arp_line,
-    .live = live_arp,
+    .check = ArpList::check,
+    .live = ArpList::live,
     .replay = tool_cfg_arp_recovery,
     .replay_name = "tool_cfg_arp_recovery",
-    .list_key = arp_key,
-    .saved_list = saved_arp,
+    .list_key = ArpList::key,
+    .saved_list = ArpList::saved,
     .max_entries = KOPA_ARP_MAX,
-    .line_key = "arp",
+    .line_key = kArpLines,
 };

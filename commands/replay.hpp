@@ -36,6 +36,43 @@ tool_saved_cmdline_entries(std::string_view conf, const char *item, uint32_t log
 /// "<item>_<logic_id>", the key of a device's saved command lines.
 [[nodiscard]] std::string tool_cmdline_key(const char *item, uint32_t logic_id);
 
+/// The pieces of a list item of saved command lines: the lines "<kItem>_<logic_id>=...", read into
+/// a `Record` by the replay's own reader `kRead`, shown as entries by `kEntry`, and the device's
+/// records, at most `kMax`, read by `kGet`.
+template <typename Record, int32_t (*kRead)(const char *, Record *),
+          ItemEntry (*kEntry)(const Record &), const char *kItem,
+          int (*kGet)(uint32_t, Record *, uint32_t *), uint32_t kMax>
+struct CmdlineList {
+    static int32_t check(const char *line)
+    {
+        Record rec{};
+        return kRead(line, &rec);
+    }
+    static bool saved_entry(const char *line, ItemEntry *entry)
+    {
+        Record rec{};
+        if (kRead(line, &rec) != 0)
+            return false;
+        *entry = kEntry(rec);
+        return true;
+    }
+    static ItemLive live(uint32_t logic_id)
+    {
+        Record records[kMax] = {};
+        uint32_t count = kMax;
+        ItemLive live;
+        live.ret = kGet(logic_id, records, &count);
+        for (uint32_t k = 0; live.ret == 0 && k < count && k < kMax; ++k)
+            live.entries.push_back(kEntry(records[k]));
+        return live;
+    }
+    static std::string key(DevRef dev) { return tool_cmdline_key(kItem, dev.logic_id); }
+    static ItemSavedList saved(std::string_view conf, DevRef dev)
+    {
+        return tool_saved_cmdline_entries(conf, kItem, dev.logic_id, saved_entry);
+    }
+};
+
 int32_t tool_cfg_ip_recovery(DevRef dev, const ConfView &conf);
 int32_t tool_cfg_gateway_recovery(DevRef dev, const ConfView &conf);
 int32_t tool_cfg_netdetect_recovery(DevRef dev, const ConfView &conf);
