@@ -156,7 +156,8 @@ int32_t tool_cfg_recover_device(DevRef dev)
             continue;
         const int32_t ret = item->replay(dev, conf);
         if (ret != kOk) {
-            DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item->replay_name);
+            DRV_ERR("recover cfg fail[%d] phy_id[%u]", ret, dev.phy_id);
+            DRV_ERR("failed recovery item: %s", item->replay_name);
             tool_cfg_status_set(dev, kStatusFail);
             return ret;
         }

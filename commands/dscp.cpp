@@ -90,7 +90,9 @@ struct DscpList {
     return true;
 }
 
-[[nodiscard]] int32_t send_dscp(DevRef dev, uint32_t dscp, uint32_t tc)
+// A refusal is a device failure (0x4001) to the command; replay applies the entry through the
+// device operation itself and returns its code.
+[[nodiscard]] int32_t send_dscp(DevRef dev, uint32_t dscp, uint32_t tc, SetMode mode)
 {
     const kopa_dscp_map_set entry{static_cast<uint8_t>(dscp), static_cast<uint8_t>(tc), {}};
     int dev_ret = kopa_set_dscp_map(dev.logic_id, &entry);
@@ -100,7 +102,7 @@ struct DscpList {
         })) {
         DRV_ERR("kopa set dscp map fail ret[%d] logic_id[%u] dscp[%u] tc[%u]", dev_ret,
                 dev.logic_id, dscp, tc);
-        return kopa_err_to_vorn_err(dev_ret);
+        return mode == SetMode::kRecovery ? dev_ret : kopa_err_to_vorn_err(dev_ret);
     }
     return kOk;
 }
@@ -171,7 +173,7 @@ int32_t tool_dscp_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
         if (ret != kOk)
             return ret;
     }
-    ret = send_dscp(dev_of(info), dscp, tc);
+    ret = send_dscp(dev_of(info), dscp, tc, SetMode::kCommand);
     if (ret != kOk) {
         DRV_ERR("set dscp to tc map failed, logic_id[%u]", info->logic_id);
         return ret;
@@ -223,7 +225,7 @@ int32_t check_dscp(const char *text)
 }
 
 // The whole list is checked before the first entry is sent.
-int32_t set_dscp_list(DevRef dev, const char *text, SetMode /*mode*/)
+int32_t set_dscp_list(DevRef dev, const char *text, SetMode mode)
 {
     DscpList list{};
     int32_t ret = read_dscp_list(text, &list);
@@ -234,7 +236,7 @@ int32_t set_dscp_list(DevRef dev, const char *text, SetMode /*mode*/)
     for (uint32_t dscp = 0; dscp < kDscpCount; ++dscp) {
         if (list.tc[dscp] == kNotSaved)
             continue;
-        ret = send_dscp(dev, dscp, list.tc[dscp]);
+        ret = send_dscp(dev, dscp, list.tc[dscp], mode);
         if (ret != kOk) {
             DRV_ERR("dscp_tc set fail ret[%d] logic_id[%u] dscp[%u]", ret, dev.logic_id, dscp);
             return ret;
