@@ -15,17 +15,18 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "commands/saved_lines.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -324,7 +325,42 @@ int32_t tool_saved_arp_record(const char *line, kopa_arp_record *entry)
     return ret;
 }
 
-int32_t tool_cfg_arp_recovery(DevRef dev)
+int32_t tool_cfg_arp_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "arp_%d=", tool_send_arp_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "arp_%d=", tool_send_arp_recovery_cmd);
 }
+
+namespace
+{
+
+ItemEntry arp_entry(const kopa_arp_record &e)
+{
+    char mac[kMacTextLen + 1];
+    snprintf(mac, sizeof(mac), "%02x:%02x:%02x:%02x:%02x:%02x", e.mac[0], e.mac[1], e.mac[2],
+             e.mac[3], e.mac[4], e.mac[5]);
+    ItemEntry entry{"dev eth" + std::to_string(e.dev) + " ip " + item_ipv4_text(e.ip),
+                    std::string("mac ") + mac, ""};
+    entry.text = entry.id + " " + entry.value;
+    return entry;
+}
+
+constexpr char kArpLines[] = "arp";
+using ArpList = CmdlineList<kopa_arp_record, tool_saved_arp_record, arp_entry, kArpLines,
+                            kopa_get_arp_table, KOPA_ARP_MAX>;
+
+} // namespace
+
+extern constexpr SavedItem kArpItem{
+    .key = "arp",
+    .buffer = 0,
+    .kind = ItemKind::kEntries,
+    .what = "ARP entries",
+    .check = ArpList::check,
+    .live = ArpList::live,
+    .replay = tool_cfg_arp_recovery,
+    .replay_name = "tool_cfg_arp_recovery",
+    .list_key = ArpList::key,
+    .saved_list = ArpList::saved,
+    .max_entries = KOPA_ARP_MAX,
+    .line_key = kArpLines,
+};

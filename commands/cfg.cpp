@@ -6,15 +6,16 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/recovery.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -62,8 +63,11 @@ int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info
     // not be up, and a quiet success would hide it.
     if (count == 0)
         fputs("No device was found: no configuration was recovered.\n", stderr);
-    // One copy of the file serves every device: the setting lock keeps every writer out.
-    ConfSnapshot snapshot;
+    // One view of the file serves every device: the setting lock keeps every writer out. A
+    // missing file is each device's failure, said by each.
+    ConfView conf;
+    if (access(cfg_conf_path(), F_OK) == 0)
+        (void)conf.open();
     int err_count = 0;
     for (int i = 0; i < count; ++i) {
         const uint32_t logic_id = static_cast<uint32_t>(ids[i]);
@@ -84,7 +88,7 @@ int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info
         }
         info->logic_id = logic_id;
         info->phy_id = phy_id;
-        ret = tool_cfg_recover_device(dev_of(info));
+        ret = tool_cfg_recover_device(dev_of(info), conf);
         if (ret == kOk) {
             printf("dev:%u recovery success\n", logic_id);
         } else {
@@ -145,8 +149,12 @@ extern constexpr CmdDesc kCfgAllCmd{
     .unknown_op = kUnknownCfgOption,
 };
 
-// The first failing item stops the device.
-int32_t tool_cfg_recover_device(DevRef dev)
+namespace
+{
+
+// The first failing item stops the device. The items are read from `shared` when given, else
+// from a view of the file read once for all of them.
+int32_t recover_device(DevRef dev, const ConfView *shared)
 {
     if (access(cfg_conf_path(), F_OK) != 0) {
         fputs("The config file does not exist. Failed to recover the configuration.\n", stderr);
@@ -155,17 +163,33 @@ int32_t tool_cfg_recover_device(DevRef dev)
     }
     tool_cfg_status_set(dev, kStatusStart);
     RUN_LOG_CONFIG("start to recover config of phy_id[%u]\n", dev.phy_id);
-    // The file is read once for all the items: the setting lock keeps every writer out.
-    ConfSnapshot snapshot;
-    for (const ReplayItem &item : g_replay_items) {
-        const int32_t ret = item.replay(dev);
+    ConfView own;
+    if (shared == nullptr)
+        (void)own.open();
+    const ConfView &conf = shared != nullptr ? *shared : own;
+    for (const SavedItem *item : g_saved_items) {
+        if (item->replay == nullptr)
+            continue;
+        const int32_t ret = item->replay(dev, conf);
         if (ret != kOk) {
             DRV_ERR("recover cfg fail[%d] phy_id[%u]", ret, dev.phy_id);
-            DRV_ERR("failed recovery item: %s", item.name);
+            DRV_ERR("failed recovery item: %s", item->replay_name);
             tool_cfg_status_set(dev, kStatusFail);
             return ret;
         }
     }
     tool_cfg_status_set(dev, kStatusSuccess);
     return kOk;
+}
+
+} // namespace
+
+int32_t tool_cfg_recover_device(DevRef dev)
+{
+    return recover_device(dev, nullptr);
+}
+
+int32_t tool_cfg_recover_device(DevRef dev, const ConfView &conf)
+{
+    return recover_device(dev, &conf);
 }

@@ -1,6 +1,7 @@
 // Shared refusal, replay-read and save steps of the command handlers.
 #include "commands/cmd_common.hpp"
-#include "main/cmd.hpp"
+#include "cmdline/cmd.hpp"
+#include "commands/saved_item.hpp"
 
 #include <cerrno>
 #include <cstdio>
@@ -44,10 +45,10 @@ int32_t cmd_err_unknown_option_drv(const CallSite &where, const char *drv_text,
     return kErrUnknownOption;
 }
 
-bool cmd_replay_read(const CallSite &where, uint32_t phy_id, const char *item, const char *what,
-                     char *value, uint32_t size)
+bool cmd_replay_read(const CallSite &where, const ConfView &conf, uint32_t phy_id, const char *item,
+                     const char *what, char *value, uint32_t size)
 {
-    int ret = cfg_read_conf(phy_id, item, value, size);
+    int ret = conf.read_item(phy_id, item, value, size);
     if (ret == 0)
         return true;
     if (drv_log_enabled(KELVAR_LEVEL_DEBUG))
@@ -82,5 +83,44 @@ int32_t cmd_save_item(const CallSite &where, uint32_t phy_id, const char *item, 
     if (drv_log_enabled(KELVAR_LEVEL_ERROR))
         drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, log_text, ret, phy_id);
     fputs(user_text, stderr);
+    return ret;
+}
+
+int32_t cmd_set_item(const CallSite &where, const ItemSetCmd &cmd, char **argv,
+                     cmd_parse_info *info)
+{
+    if (strcmp(argv[1], cmd.keyword) != 0) {
+        if (!cmd.drv_refusal)
+            return cmd_err_unknown_option(where, cmd.refusal_log, cmd.refusal_text);
+        if (drv_log_enabled(KELVAR_LEVEL_ERROR))
+            drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, "%.*s",
+                          static_cast<int>(strcspn(cmd.refusal_log, "\n")), cmd.refusal_log);
+        fputs(cmd.refusal_text, stderr);
+        return kErrUnknownOption;
+    }
+    VornPrintLog("CONFIG MAJOR %s %s %s:%d >>> start to set %s of logic_id[%u]\n",
+                 vorn_get_g_usr_name(), vorn_get_g_usr_ip(), where.file, where.line, cmd.start_what,
+                 info->logic_id);
+    int32_t ret = cmd.item->set(dev_of(info), argv[2], SetMode::kCommand);
+    if (ret != kOk) {
+        if (drv_log_enabled(KELVAR_LEVEL_ERROR))
+            drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, "set %s failed, logic_id[%u]",
+                          cmd.fail_what, info->logic_id);
+        return ret;
+    }
+    return cmd_save_item(where, info->phy_id, cmd.item->key, argv[2], cmd.save_fail);
+}
+
+int32_t cmd_replay_value(const CallSite &where, const ConfView &conf, const SavedItem &item,
+                         DevRef dev, const char *what, const char *found, const char *fail_format)
+{
+    char value[kCfgLineSize] = {};
+    if (!cmd_replay_read(where, conf, dev.phy_id, item.key, what, value, item.buffer))
+        return kOk;
+    if (drv_log_enabled(KELVAR_LEVEL_DEBUG))
+        drv_log_write(KELVAR_LEVEL_DEBUG, where.func, where.line, "%s", found);
+    const int32_t ret = item.set(dev, value, SetMode::kRecovery);
+    if (ret != kOk && fail_format != nullptr && drv_log_enabled(KELVAR_LEVEL_ERROR))
+        drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, fail_format, ret, dev.logic_id);
     return ret;
 }

@@ -8,6 +8,7 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "config/store.hpp"
 #include "log/driver_log.hpp"
 
 /// Where a shared step was called from.
@@ -38,11 +39,11 @@ void cmd_stdout_by_line();
 [[nodiscard]] int32_t cmd_err_unknown_option_drv(const CallSite &where, const char *drv_text,
                                                  const char *user_text);
 
-/// Reads the saved `item` of device `phy_id` into `value` for replay. True when it was read;
-/// false, after the driver-log debug line "<what> do not need recover cfg [<code>]", when it
-/// is absent or cannot be read: replay then has nothing to do.
-[[nodiscard]] bool cmd_replay_read(const CallSite &where, uint32_t phy_id, const char *item,
-                                   const char *what, char *value, uint32_t size);
+/// Reads the saved `item` of device `phy_id` from the view `conf` into `value` for replay. True
+/// when it was read; false, after the driver-log debug line "<what> do not need recover cfg
+/// [<code>]", when it is absent or cannot be read: replay then has nothing to do.
+[[nodiscard]] bool cmd_replay_read(const CallSite &where, const ConfView &conf, uint32_t phy_id,
+                                   const char *item, const char *what, char *value, uint32_t size);
 
 /// Copies the dotted-quad word `src` into `dst` for the value named `name` ("address",
 /// "netmask", "gateway"). A word of 20 characters or more is refused with kErrSysCopy and the
@@ -74,3 +75,37 @@ template <typename Held> [[nodiscard]] bool cmd_set_took_effect(int dev_ret, Hel
     DRV_WARN("the reply of the set broke, but the device holds the requested value");
     return true;
 }
+
+struct SavedItem;
+struct cmd_parse_info;
+struct DevRef;
+
+/// Replays the saved value of the single `item` of `dev` through its set: false from
+/// cmd_replay_read (`what` naming it) is nothing to do; else the driver-log debug line `found`,
+/// the set in recovery mode, and on its failure the driver-log error `fail_format` (the code and
+/// the logical id; none when null). 0 or the set's code.
+[[nodiscard]] int32_t cmd_replay_value(const CallSite &where, const ConfView &conf,
+                                       const SavedItem &item, DevRef dev, const char *what,
+                                       const char *found, const char *fail_format);
+
+/// A "-s <keyword> <value>" operation that checks, sets and saves one item, with the texts of its
+/// command.
+struct ItemSetCmd {
+    const char *keyword; ///< the one keyword ("size")
+    const SavedItem *item;
+    /// An unknown keyword: the refusal's log text ("invalid option\n") and the user's text. The
+    /// log text goes to the run log; with `drv_refusal` set, to the driver log without its
+    /// newline.
+    const char *refusal_log;
+    const char *refusal_text;
+    bool drv_refusal;
+    const char *start_what; ///< run log "start to set <start_what> of logic_id[<id>]"
+    const char *fail_what;  ///< driver log "set <fail_what> failed, logic_id[<id>]"
+    const char *save_fail;  ///< standard error when the save fails
+};
+
+/// Runs `cmd` on argv ("-s", keyword, value): refuses another keyword, opens the change in the
+/// run log, checks and sets the value through its item, and saves it as typed. The device keeps
+/// the value even when it cannot be saved.
+[[nodiscard]] int32_t cmd_set_item(const CallSite &where, const ItemSetCmd &cmd, char **argv,
+                                   cmd_parse_info *info);

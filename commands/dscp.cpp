@@ -10,14 +10,15 @@
 #include <string_view>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -214,15 +215,20 @@ int32_t qos_read_dscp_list(std::string_view text, uint8_t (&tc)[kDscpValues])
     return ret;
 }
 
-int32_t tool_cfg_dscp_recovery(DevRef dev)
+namespace
 {
-    char value[kDscpValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kDscpItem, "dscp_tc", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("dscp_tc need recover cfg");
-    // The whole list is checked before the first entry is sent.
+
+int32_t check_dscp(const char *text)
+{
     DscpList list{};
-    int32_t ret = read_dscp_list(value, &list);
+    return read_dscp_list(text, &list);
+}
+
+// The whole list is checked before the first entry is sent.
+int32_t set_dscp_list(DevRef dev, const char *text, SetMode mode)
+{
+    DscpList list{};
+    int32_t ret = read_dscp_list(text, &list);
     if (ret != kOk) {
         DRV_ERR("saved dscp_tc list is malformed, ret[%d] logic_id[%u]", ret, dev.logic_id);
         return ret;
@@ -230,11 +236,49 @@ int32_t tool_cfg_dscp_recovery(DevRef dev)
     for (uint32_t dscp = 0; dscp < kDscpCount; ++dscp) {
         if (list.tc[dscp] == kNotSaved)
             continue;
-        ret = send_dscp(dev, dscp, list.tc[dscp], SetMode::kRecovery);
+        ret = send_dscp(dev, dscp, list.tc[dscp], mode);
         if (ret != kOk) {
             DRV_ERR("dscp_tc set fail ret[%d] logic_id[%u] dscp[%u]", ret, dev.logic_id, dscp);
             return ret;
         }
     }
     return kOk;
+}
+
+ItemLive live_dscp(uint32_t logic_id)
+{
+    kopa_dscp_map map{};
+    ItemLive live;
+    live.ret = kopa_get_dscp_map(logic_id, &map);
+    if (live.ret == 0) {
+        std::string list;
+        for (uint32_t d = 0; d < kDscpCount; ++d)
+            list += (d == 0 ? "" : ",") + std::to_string(d) + ":" + std::to_string(map.tc[d]);
+        live.value = list;
+    }
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kDscpTcItem{
+    .key = kDscpItem,
+    .buffer = kDscpValueSize,
+    .kind = ItemKind::kDscpMap,
+    .what = "DSCP-to-class map",
+    .check = check_dscp,
+    .live = live_dscp,
+    .replay = tool_cfg_dscp_recovery,
+    .replay_name = "tool_cfg_dscp_recovery",
+    .set_words = "-dscp_to_tc -s dscp {dscp} tc {tc}",
+    .canonical = item_canonical_dscp,
+    .set = set_dscp_list,
+    .ansible_module = "vorn_qos",
+    .ansible_option = "dscp_map",
+};
+
+int32_t tool_cfg_dscp_recovery(DevRef dev, const ConfView &conf)
+{
+    return cmd_replay_value(CMD_HERE, conf, kDscpTcItem, dev, "dscp_tc", "dscp_tc need recover cfg",
+                            nullptr);
 }

@@ -4,17 +4,17 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
-constexpr const char *kFecItem = "encoding";
 constexpr uint32_t kFecValueSize = 5; ///< replay buffer of the saved mode
 constexpr const char *kFecModes[] = {"off", "rs-fec", "base-r fec"};
 constexpr uint32_t kFecModeCount = 3;
@@ -25,9 +25,16 @@ constexpr const char *kHelpFec = "   [-s]        : set fec mode \n"
 
 /// Checks a mode text (one digit, 0 to 2) and sets it on the device. Saves nothing. 0, 0x2001
 /// (a typed mode is named on standard error) or 0x4001.
+[[nodiscard]] int32_t check_fec(const char *text)
+{
+    return strlen(text) != 1 || text[0] < '0' || text[0] >= static_cast<char>('0' + kFecModeCount)
+               ? kErrParamInvalid
+               : kOk;
+}
+
 [[nodiscard]] int32_t tool_set_fec_info(DevRef dev, const char *text, SetMode mode)
 {
-    if (strlen(text) != 1 || text[0] < '0' || text[0] >= static_cast<char>('0' + kFecModeCount)) {
+    if (check_fec(text) != kOk) {
         DRV_ERR("Invalid fec mode. (mode=\"%s\")", text);
         if (mode == SetMode::kCommand)
             fprintf(stderr,
@@ -48,21 +55,28 @@ constexpr const char *kHelpFec = "   [-s]        : set fec mode \n"
     return kOk;
 }
 
+constexpr ItemSetCmd kFecSet{
+    .keyword = "mode",
+    .item = &kEncodingItem,
+    .refusal_log = "invalid option\n",
+    .refusal_text = "Get unknown option, do you mean mode\n",
+    .drv_refusal = false,
+    .start_what = "fec mode",
+    .fail_what = "fec",
+    .save_fail = "Failed to write the FEC mode to the config file, and user "
+                 "configurations cannot be persisted.\n",
+};
+
 int32_t tool_fec_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (strcmp(argv[1], "mode") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
-                                      "Get unknown option, do you mean mode\n");
-    RUN_LOG_CONFIG("start to set fec mode of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_set_fec_info(dev_of(info), argv[2], SetMode::kCommand);
-    if (ret != kOk) {
-        DRV_ERR("set fec failed, logic_id[%u]", info->logic_id);
-        return ret;
-    }
-    // The device keeps the new mode even when it cannot be saved.
-    return cmd_save_item(CMD_HERE, info->phy_id, kFecItem, argv[2],
-                         "Failed to write the FEC mode to the config file, and user "
-                         "configurations cannot be persisted.\n");
+    return cmd_set_item(CMD_HERE, kFecSet, argv, info);
+}
+
+ItemLive live_fec(uint32_t logic_id)
+{
+    uint32_t fec = 0;
+    const int ret = kopa_get_fec_info(logic_id, &fec);
+    return item_live_number(ret, fec);
 }
 
 int32_t tool_fec_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
@@ -97,14 +111,22 @@ extern constexpr CmdDesc kFecCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
-int32_t tool_cfg_fec_recovery(DevRef dev)
+extern constexpr SavedItem kEncodingItem{
+    .key = "encoding",
+    .buffer = kFecValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "FEC mode",
+    .check = check_fec,
+    .live = live_fec,
+    .replay = tool_cfg_fec_recovery,
+    .replay_name = "tool_cfg_fec_recovery",
+    .set_words = "-fec -s mode {encoding}",
+    .canonical = item_canonical_number,
+    .set = tool_set_fec_info,
+};
+
+int32_t tool_cfg_fec_recovery(DevRef dev, const ConfView &conf)
 {
-    char value[kFecValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kFecItem, "fec", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("fec need recover cfg");
-    int32_t set_ret = tool_set_fec_info(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("fec set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, conf, kEncodingItem, dev, "fec", "fec need recover cfg",
+                            "fec set fail ret[%d] logic_id[%u]");
 }

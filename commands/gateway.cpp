@@ -5,15 +5,16 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -285,13 +286,18 @@ extern constexpr CmdDesc kGatewayCmd{
     .masks = kGatewayMasks,
 };
 
-// Replay sets the saved gateway as it stands; the group bookkeeping was done when it was saved.
-int32_t tool_cfg_gateway_recovery(DevRef dev)
+namespace
 {
-    char text[kIpTextSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, "gateway", "gateway", text, sizeof(text)))
-        return kOk;
-    DRV_DBG("gateway need recover cfg");
+
+int32_t check_gateway(const char *text)
+{
+    uint32_t gw = 0;
+    return tool_inet_pton_ipv4_address(text, &gw) != kOk ? kErrKopa : kOk;
+}
+
+// Sets the gateway as it stands; the group bookkeeping was done when it was saved.
+int32_t set_gateway(DevRef dev, const char *text, SetMode /*mode*/)
+{
     uint32_t gw = 0;
     int ret = tool_inet_pton_ipv4_address(text, &gw);
     if (ret != kOk) {
@@ -306,4 +312,45 @@ int32_t tool_cfg_gateway_recovery(DevRef dev)
         return kErrKopa;
     }
     return kOk;
+}
+
+// The group's gateway and the device that holds it; "none" when the group holds none.
+ItemLive live_gateway(uint32_t logic_id)
+{
+    uint32_t gw = 0;
+    uint32_t holder = 0;
+    ItemLive live;
+    live.ret = kopa_get_default_gateway_address(logic_id, &gw, &holder);
+    if (live.ret == KOPA_RESULT_NOENT) {
+        live.ret = 0;
+        live.value = "none";
+    } else if (live.ret == 0) {
+        live.value = item_ipv4_text(gw);
+        live.holder = holder;
+    }
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kGatewayItem{
+    .key = "gateway",
+    .buffer = kIpTextSize,
+    .kind = ItemKind::kIpv4,
+    .what = "gateway",
+    .check = check_gateway,
+    .live = live_gateway,
+    .replay = tool_cfg_gateway_recovery,
+    .replay_name = "tool_cfg_gateway_recovery",
+    .set_words = "-gateway -s gateway {gateway}",
+    .canonical = item_canonical_ipv4,
+    .set = set_gateway,
+    .ansible_module = "vorn_port",
+    .ansible_option = "gateway",
+};
+
+int32_t tool_cfg_gateway_recovery(DevRef dev, const ConfView &conf)
+{
+    return cmd_replay_value(CMD_HERE, conf, kGatewayItem, dev, "gateway",
+                            "gateway need recover cfg", nullptr);
 }

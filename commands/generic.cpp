@@ -6,19 +6,18 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
-constexpr const char *kSpeedItem = "static_speed";
-constexpr const char *kAutoAdaptItem = "auto_adapt";
 constexpr uint32_t kSpeedValueSize = 7;     ///< replay buffer of the saved speed
 constexpr uint32_t kAutoAdaptValueSize = 4; ///< replay buffer of the saved switch
 /// The speeds (Mbit/s) the port can be fixed at; 0 takes the static speed back.
@@ -36,17 +35,33 @@ constexpr const char *kHelpGeneric =
 
 /// Checks a speed text (a plain number of at most 6 digits: the saved value must fit its replay
 /// buffer) against the port's speeds and sets it. Saves nothing. 0, 0x2001 or 0x4001.
-[[nodiscard]] int32_t tool_set_static_speed(DevRef dev, const char *text, SetMode mode)
+[[nodiscard]] int32_t read_static_speed(const char *text, uint32_t *speed)
 {
     const size_t len = strlen(text);
-    uint32_t speed = 0;
     bool known = false;
     if (len < kSpeedValueSize && is_plain_number(text)) {
-        speed = static_cast<uint32_t>(atoi(text));
+        *speed = static_cast<uint32_t>(atoi(text));
         for (uint32_t s : kStaticSpeeds)
-            known = known || s == speed;
+            known = known || s == *speed;
     }
-    if (!known) {
+    return known ? kOk : kErrParamInvalid;
+}
+
+[[nodiscard]] int32_t check_static_speed(const char *text)
+{
+    uint32_t speed = 0;
+    return read_static_speed(text, &speed);
+}
+
+[[nodiscard]] int32_t check_auto_adapt(const char *text)
+{
+    return strcmp(text, "0") == 0 || strcmp(text, "1") == 0 ? kOk : kErrParamInvalid;
+}
+
+[[nodiscard]] int32_t tool_set_static_speed(DevRef dev, const char *text, SetMode mode)
+{
+    uint32_t speed = 0;
+    if (read_static_speed(text, &speed) != kOk) {
         DRV_ERR("Invalid static speed. (speed=\"%s\")", text);
         if (mode == SetMode::kCommand)
             fprintf(stderr, "The value \"%s\" of speed is invalid, expected %s.\n", text,
@@ -70,7 +85,7 @@ constexpr const char *kHelpGeneric =
 /// 0x2001, or a refusal: 0x4001 for the command, the device operation's own code on replay.
 [[nodiscard]] int32_t tool_set_auto_adapt(DevRef dev, const char *text, SetMode mode)
 {
-    if (strcmp(text, "0") != 0 && strcmp(text, "1") != 0) {
+    if (check_auto_adapt(text) != kOk) {
         DRV_ERR("Invalid auto adapt. (value=\"%s\")", text);
         if (mode == SetMode::kCommand)
             fprintf(stderr,
@@ -108,12 +123,26 @@ int32_t tool_generic_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
     // Saved as typed; the device keeps the change even when it cannot be saved.
     const char *value = argv[2];
     if (speed)
-        return cmd_save_item(CMD_HERE, info->phy_id, kSpeedItem, value,
+        return cmd_save_item(CMD_HERE, info->phy_id, kStaticSpeedItem.key, value,
                              "Failed to write the static speed to the config file, and user "
                              "configurations cannot be persisted.\n");
-    return cmd_save_item(CMD_HERE, info->phy_id, kAutoAdaptItem, value,
+    return cmd_save_item(CMD_HERE, info->phy_id, kAutoAdaptItem.key, value,
                          "Failed to write the optical auto adapt to the config file, and user "
                          "configurations cannot be persisted.\n");
+}
+
+ItemLive live_static_speed(uint32_t logic_id)
+{
+    kopa_generic_info generic{};
+    const int ret = kopa_get_generic_info(logic_id, &generic);
+    return item_live_number(ret, generic.static_speed);
+}
+
+ItemLive live_auto_adapt(uint32_t logic_id)
+{
+    kopa_generic_info generic{};
+    const int ret = kopa_get_generic_info(logic_id, &generic);
+    return item_live_number(ret, generic.auto_adapt);
 }
 
 int32_t tool_generic_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
@@ -149,11 +178,38 @@ extern constexpr CmdDesc kGenericCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
+extern constexpr SavedItem kStaticSpeedItem{
+    .key = "static_speed",
+    .buffer = kSpeedValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "static speed",
+    .check = check_static_speed,
+    .live = live_static_speed,
+    .replay = tool_cfg_generic_recovery,
+    .replay_name = "tool_cfg_generic_recovery",
+    .set_words = "-generic -s speed {static_speed}",
+    .canonical = item_canonical_number,
+    .set = tool_set_static_speed,
+};
+
+extern constexpr SavedItem kAutoAdaptItem{
+    .key = "auto_adapt",
+    .buffer = kAutoAdaptValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "optical auto-adaptation",
+    .check = check_auto_adapt,
+    .live = live_auto_adapt,
+    .set_words = "-generic -s auto_adapt {auto_adapt}",
+    .canonical = item_canonical_number,
+    .set = tool_set_auto_adapt,
+};
+
 // The static speed comes first: the adaptation works at the speed the port runs.
-int32_t tool_cfg_generic_recovery(DevRef dev)
+int32_t tool_cfg_generic_recovery(DevRef dev, const ConfView &conf)
 {
     char speed[kSpeedValueSize] = {};
-    if (cmd_replay_read(CMD_HERE, dev.phy_id, kSpeedItem, "static speed", speed, sizeof(speed))) {
+    if (cmd_replay_read(CMD_HERE, conf, dev.phy_id, kStaticSpeedItem.key, "static speed", speed,
+                        sizeof(speed))) {
         int32_t ret = tool_set_static_speed(dev, speed, SetMode::kRecovery);
         if (ret != kOk) {
             DRV_ERR("tool recovery static speed fail ret[%d] logic_id[%u] speed[%s]", ret,
@@ -162,7 +218,8 @@ int32_t tool_cfg_generic_recovery(DevRef dev)
         }
     }
     char adapt[kAutoAdaptValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kAutoAdaptItem, "auto adapt", adapt, sizeof(adapt)))
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kAutoAdaptItem.key, "auto adapt", adapt,
+                         sizeof(adapt)))
         return kOk;
     int32_t ret = tool_set_auto_adapt(dev, adapt, SetMode::kRecovery);
     if (ret != kOk)

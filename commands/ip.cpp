@@ -8,16 +8,17 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
 #include "commands/route_store.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -150,12 +151,12 @@ struct IpText {
             }
         }
     }
-    int32_t ret = tool_cfg_gateway_recovery(dev_of(info));
+    int32_t ret = tool_cfg_replay_now(tool_cfg_gateway_recovery, dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover gateway cfg fail! ret[%d] phy_id[%u]", ret, info->phy_id);
         return ret;
     }
-    ret = tool_cfg_route_recovery(dev_of(info));
+    ret = tool_cfg_replay_now(tool_cfg_route_recovery, dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover route cfg fail[%d], phy_id[%u]", ret, info->phy_id);
         return ret;
@@ -288,13 +289,87 @@ extern constexpr CmdDesc kIpCmd{
     .masks = kIpMasks,
 };
 
-int32_t tool_cfg_ip_recovery(DevRef dev)
+namespace
+{
+
+// The checks of tool_ip_set_address, without its texts.
+int32_t check_address(const char *text)
+{
+    uint32_t addr = 0;
+    return tool_inet_pton_ipv4_address(text, &addr) != kOk || addr == 0 || addr == 0xFFFFFFFFu
+               ? kErrReported
+               : kOk;
+}
+
+int32_t check_netmask(const char *text)
+{
+    uint32_t mask = 0;
+    return tool_inet_pton_ipv4_address(text, &mask) != kOk || !netmask_is_contiguous(mask)
+               ? kErrReported
+               : kOk;
+}
+
+int32_t set_address(DevRef dev, const char *text, const char *netmask, SetMode mode)
+{
+    return tool_ip_set_address(dev, text, netmask, mode);
+}
+
+int32_t set_netmask(DevRef dev, const char *text, const char *address, SetMode mode)
+{
+    return tool_ip_set_address(dev, address, text, mode);
+}
+
+template <uint32_t kopa_ip_record::*kField> ItemLive live_ip(uint32_t logic_id)
+{
+    kopa_ip_record rec{};
+    ItemLive live;
+    live.ret = kopa_get_device_ip_address(logic_id, KOPA_PORT_TYPE_ROCE, 0, &rec);
+    if (live.ret == 0)
+        live.value = item_ipv4_text(rec.*kField);
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kAddressItem{
+    .key = "address",
+    .buffer = kIpTextSize,
+    .kind = ItemKind::kIpv4,
+    .what = "address",
+    .check = check_address,
+    .live = live_ip<&kopa_ip_record::address>,
+    .replay = tool_cfg_ip_recovery,
+    .replay_name = "tool_cfg_ip_recovery",
+    .set_words = "-ip -s address {address} netmask {netmask}",
+    .canonical = item_canonical_ipv4,
+    .partner = "netmask",
+    .set_pair = set_address,
+    .ansible_module = "vorn_port",
+    .ansible_option = "address",
+};
+
+extern constexpr SavedItem kNetmaskItem{
+    .key = "netmask",
+    .buffer = kIpTextSize,
+    .kind = ItemKind::kIpv4,
+    .what = "netmask",
+    .check = check_netmask,
+    .live = live_ip<&kopa_ip_record::netmask>,
+    .set_words = "-ip -s address {address} netmask {netmask}",
+    .canonical = item_canonical_ipv4,
+    .partner = "address",
+    .set_pair = set_netmask,
+    .ansible_module = "vorn_port",
+    .ansible_option = "netmask",
+};
+
+int32_t tool_cfg_ip_recovery(DevRef dev, const ConfView &conf)
 {
     char address[kIpTextSize] = {};
     char netmask[kIpTextSize] = {};
-    int ret = cfg_read_conf(dev.phy_id, "address", address, sizeof(address));
+    int ret = conf.read_item(dev.phy_id, "address", address, sizeof(address));
     if (ret == 0)
-        ret = cfg_read_conf(dev.phy_id, "netmask", netmask, sizeof(netmask));
+        ret = conf.read_item(dev.phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         DRV_DBG("ip address do not need recover cfg [%d]", ret);
         return kOk;

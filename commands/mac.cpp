@@ -3,21 +3,21 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
 constexpr uint32_t kMacLen = 6;
 constexpr uint32_t kNetPort = 0;
-constexpr const char *kMacItem = "mac_addr";
 constexpr uint32_t kMacValueSize = 18; ///< replay buffer of the saved address
 
 constexpr CmdMask kMacMasks[] = {{"mac", 5}};
@@ -52,7 +52,7 @@ int32_t tool_mac_set_cmd(int argc, char **argv, cmd_parse_info *info)
         return ret;
     }
     // The device keeps the new address even when it cannot be saved.
-    return cmd_save_item(CMD_HERE, info->phy_id, kMacItem, argv[2],
+    return cmd_save_item(CMD_HERE, info->phy_id, kMacAddrItem.key, argv[2],
                          "Failed to write the MAC address to config file. User configurations "
                          "cannot be persisted\n",
                          "Write cfg error. (ret=%d; phy_id=%u)");
@@ -167,14 +167,53 @@ int32_t tool_set_mac(DevRef dev, const char *text, SetMode mode)
     return kOk;
 }
 
-int32_t tool_cfg_mac_addr_recovery(DevRef dev)
+namespace
 {
-    char value[kMacValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kMacItem, "mac_addr", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("mac_addr need recover cfg");
-    int32_t set_ret = tool_set_mac(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("mac_addr set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+
+// The checks of tool_set_mac, without its log lines.
+int32_t check_mac(const char *text)
+{
+    uint8_t mac[kMacLen] = {};
+    if (strlen(text) != kMacTextLen || mac_text_scan(text, mac) >= 0 ||
+        tool_mac_filter_check(text) != kOk)
+        return kErrMacInvalid;
+    return kOk;
+}
+
+ItemLive live_mac(uint32_t logic_id)
+{
+    uint8_t mac[kMacLen] = {};
+    ItemLive live;
+    live.ret = kopa_get_mac_address(logic_id, kNetPort, mac);
+    if (live.ret == 0) {
+        char text[kMacTextLen + 1];
+        snprintf(text, sizeof(text), "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2],
+                 mac[3], mac[4], mac[5]);
+        live.value = text;
+    }
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kMacAddrItem{
+    .key = "mac_addr",
+    .buffer = kMacValueSize,
+    .kind = ItemKind::kMac,
+    .what = "MAC address",
+    .check = check_mac,
+    .live = live_mac,
+    .replay = tool_cfg_mac_addr_recovery,
+    .replay_name = "tool_cfg_mac_addr_recovery",
+    .set_words = "-mac -s mac {mac_addr}",
+    .canonical = item_canonical_mac,
+    .set = tool_set_mac,
+    .ansible_module = "vorn_port",
+    .ansible_option = "mac",
+};
+
+int32_t tool_cfg_mac_addr_recovery(DevRef dev, const ConfView &conf)
+{
+    return cmd_replay_value(CMD_HERE, conf, kMacAddrItem, dev, "mac_addr",
+                            "mac_addr need recover cfg", "mac_addr set fail ret[%d] logic_id[%u]");
 }

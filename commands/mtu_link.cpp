@@ -6,21 +6,21 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
 constexpr uint32_t kNetPort = 0;
 constexpr uint32_t kLinkDown = 0;
-constexpr const char *kMtuItem = "mtu";
 constexpr uint32_t kMtuValueSize = 5; ///< replay buffer of the saved MTU
 
 constexpr const char *kHelpMtu = "   [-s]        : set mtu cfg \n"
@@ -40,21 +40,21 @@ int32_t tool_mtu_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
     return kOk;
 }
 
+constexpr ItemSetCmd kMtuSet{
+    .keyword = "size",
+    .item = &kMtuItem,
+    .refusal_log = "invalid option\n",
+    .refusal_text = "Get unknown option , do you mean size\n",
+    .drv_refusal = false,
+    .start_what = "mtu",
+    .fail_what = "mtu",
+    .save_fail = "Failed to write the MTU to the config file, and user configurations cannot be "
+                 "persisted.\n",
+};
+
 int32_t tool_mtu_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (strcmp(argv[1], "size") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
-                                      "Get unknown option , do you mean size\n");
-    RUN_LOG_CONFIG("start to set mtu of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_set_mtu(dev_of(info), argv[2], SetMode::kCommand);
-    if (ret != kOk) {
-        DRV_ERR("set mtu failed, logic_id[%u]", info->logic_id);
-        return ret;
-    }
-    // The device keeps the new MTU even when it cannot be saved.
-    return cmd_save_item(CMD_HERE, info->phy_id, kMtuItem, argv[2],
-                         "Failed to write the MTU to the config file, and user configurations "
-                         "cannot be persisted.\n");
+    return cmd_set_item(CMD_HERE, kMtuSet, argv, info);
 }
 
 int32_t tool_link_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
@@ -144,6 +144,43 @@ int32_t tool_check_mtu(const char *text, uint32_t *mtu)
     return kOk;
 }
 
+namespace
+{
+
+int32_t check_mtu(const char *text)
+{
+    uint32_t mtu = 0;
+    int32_t ret = tool_check_mtu(text, &mtu);
+    if (ret != kOk)
+        return ret;
+    return mtu < kMtuMin || mtu > kMtuMax ? kErrRangeMtu : kOk;
+}
+
+ItemLive live_mtu(uint32_t logic_id)
+{
+    uint32_t mtu = 0;
+    const int ret = kopa_read_mtu(logic_id, kNetPort, &mtu);
+    return item_live_number(ret, mtu);
+}
+
+} // namespace
+
+extern constexpr SavedItem kMtuItem{
+    .key = "mtu",
+    .buffer = kMtuValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "MTU",
+    .check = check_mtu,
+    .live = live_mtu,
+    .replay = tool_cfg_mtu_recovery,
+    .replay_name = "tool_cfg_mtu_recovery",
+    .set_words = "-mtu -s size {mtu}",
+    .canonical = item_canonical_number,
+    .set = tool_set_mtu,
+    .ansible_module = "vorn_port",
+    .ansible_option = "mtu",
+};
+
 int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
 {
     uint32_t mtu = 0;
@@ -152,7 +189,7 @@ int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
         DRV_ERR("invalid mtu format");
         return ret;
     }
-    if (mtu < kMtuMin || mtu > kMtuMax) {
+    if (check_mtu(text) != kOk) {
         RUN_LOG_PROMPT("invalid mtu size, expect[%u]-[%u] \n", kMtuMin, kMtuMax);
         return kErrRangeMtu;
     }
@@ -167,14 +204,8 @@ int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_mtu_recovery(DevRef dev)
+int32_t tool_cfg_mtu_recovery(DevRef dev, const ConfView &conf)
 {
-    char value[kMtuValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kMtuItem, "mtu", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("mtu address need recover cfg");
-    int32_t set_ret = tool_set_mtu(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("mtu set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, conf, kMtuItem, dev, "mtu", "mtu address need recover cfg",
+                            "mtu set fail ret[%d] logic_id[%u]");
 }

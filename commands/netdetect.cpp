@@ -5,20 +5,21 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "commands/setting.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
-constexpr const char *kNetdetectItem = "netdetect";
+constexpr const char *kNetdetectName = "netdetect";
 
 // Unlike a port address, 0.0.0.0 is accepted as a detection address; only the broadcast address
 // is refused.
@@ -63,7 +64,7 @@ int32_t tool_set_netdetect(int /*argc*/, char **argv, cmd_parse_info *info)
         DRV_ERR("Tool netdetect set address fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
         return ret;
     }
-    ret = cfg_write_conf(info->phy_id, kNetdetectItem, text);
+    ret = cfg_write_conf(info->phy_id, kNetdetectName, text);
     if (ret != 0) {
         fprintf(stderr, "Failed to write the IP address of the network detection object to the "
                         "config file, and user configurations cannot be persisted.\n");
@@ -118,15 +119,49 @@ extern constexpr CmdDesc kNetdetectCmd{
     .masks = kNetdetectMasks,
 };
 
-int32_t tool_cfg_netdetect_recovery(DevRef dev)
+namespace
 {
-    char text[kIpTextSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kNetdetectItem, "netdetect address", text,
-                         sizeof(text)))
-        return kOk;
-    DRV_DBG("netdetect address need recover cfg");
-    int32_t ret = tool_netdetect_set_address(dev, text, SetMode::kRecovery);
+
+int32_t check_netdetect(const char *text)
+{
+    uint32_t address = 0;
+    const int32_t ret = tool_inet_pton_ipv4_address(text, &address);
     if (ret != kOk)
-        DRV_ERR("netdetect set address fail ret[%d] logic_id[%u]", ret, dev.logic_id);
-    return ret;
+        return ret;
+    return address == 0xFFFFFFFFu ? kErrReported : kOk;
+}
+
+ItemLive live_netdetect(uint32_t logic_id)
+{
+    uint32_t address = 0;
+    ItemLive live;
+    live.ret = kopa_get_net_detect_ip_address(logic_id, 0, &address);
+    if (live.ret == 0)
+        live.value = item_ipv4_text(address);
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kNetdetectItem{
+    .key = kNetdetectName,
+    .buffer = kIpTextSize,
+    .kind = ItemKind::kIpv4,
+    .what = "network-detection address",
+    .check = check_netdetect,
+    .live = live_netdetect,
+    .replay = tool_cfg_netdetect_recovery,
+    .replay_name = "tool_cfg_netdetect_recovery",
+    .set_words = "-netdetect -s address {netdetect}",
+    .canonical = item_canonical_ipv4,
+    .set = tool_netdetect_set_address,
+    .ansible_module = "vorn_port",
+    .ansible_option = "netdetect",
+};
+
+int32_t tool_cfg_netdetect_recovery(DevRef dev, const ConfView &conf)
+{
+    return cmd_replay_value(CMD_HERE, conf, kNetdetectItem, dev, "netdetect address",
+                            "netdetect address need recover cfg",
+                            "netdetect set address fail ret[%d] logic_id[%u]");
 }

@@ -6,18 +6,18 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
-constexpr const char *kPfcItem = "bitmap";
 constexpr uint32_t kPfcValueSize = 16; ///< replay buffer of the saved list
 
 constexpr const char *kHelpPfc =
@@ -40,22 +40,22 @@ int32_t tool_pfc_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
     return kOk;
 }
 
+// Accepted, the text is the list in its saved form.
+constexpr ItemSetCmd kPfcSet{
+    .keyword = "bitmap",
+    .item = &kBitmapItem,
+    .refusal_log = "invalid option\n",
+    .refusal_text = "Get unknown option, do you mean bitmap\n",
+    .drv_refusal = false,
+    .start_what = "pfc",
+    .fail_what = "pfc",
+    .save_fail = "Failed to write the pfc bitmap to the config file, and user configurations "
+                 "cannot be persisted.\n",
+};
+
 int32_t tool_pfc_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (strcmp(argv[1], "bitmap") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
-                                      "Get unknown option, do you mean bitmap\n");
-    RUN_LOG_CONFIG("start to set pfc of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_set_pfc(dev_of(info), argv[2], SetMode::kCommand);
-    if (ret != kOk) {
-        DRV_ERR("set pfc failed, logic_id[%u]", info->logic_id);
-        return ret;
-    }
-    // Accepted, the text is the list in its saved form. The device keeps it even when it cannot
-    // be saved.
-    return cmd_save_item(CMD_HERE, info->phy_id, kPfcItem, argv[2],
-                         "Failed to write the pfc bitmap to the config file, and user "
-                         "configurations cannot be persisted.\n");
+    return cmd_set_item(CMD_HERE, kPfcSet, argv, info);
 }
 
 constexpr CmdOp kPfcOps[] = {
@@ -75,10 +75,56 @@ extern constexpr CmdDesc kPfcCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
+namespace
+{
+
+int32_t read_pfc(const char *text, QosList &on)
+{
+    return qos_read_list(text, 1, 1, kErrParamInvalid, on);
+}
+
+int32_t check_pfc(const char *text)
+{
+    QosList on{};
+    return read_pfc(text, on);
+}
+
+ItemLive live_pfc(uint32_t logic_id)
+{
+    kopa_pfc_info pfc{};
+    ItemLive live;
+    live.ret = kopa_get_pfc_enabled(logic_id, &pfc);
+    if (live.ret == 0) {
+        uint32_t on[kQosClasses];
+        for (uint32_t p = 0; p < kQosClasses; ++p)
+            on[p] = pfc.bitmap >> p & 1U;
+        live.value = item_list_text(on, kQosClasses);
+    }
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kBitmapItem{
+    .key = "bitmap",
+    .buffer = kPfcValueSize,
+    .kind = ItemKind::kNumberList,
+    .what = "PFC priority list",
+    .check = check_pfc,
+    .live = live_pfc,
+    .replay = tool_cfg_pfc_recovery,
+    .replay_name = "tool_cfg_pfc_recovery",
+    .set_words = "-pfc -s bitmap {bitmap}",
+    .canonical = item_canonical_list,
+    .set = tool_set_pfc,
+    .ansible_module = "vorn_qos",
+    .ansible_option = "pfc_bitmap",
+};
+
 int32_t tool_set_pfc(DevRef dev, const char *text, SetMode /*mode*/)
 {
     QosList on{};
-    int32_t ret = qos_read_list(text, 1, 1, kErrParamInvalid, on);
+    int32_t ret = read_pfc(text, on);
     if (ret != kOk) {
         DRV_ERR("invalid pfc bitmap, expect 0 or 1 for each of %u priorities", kQosClasses);
         return ret;
@@ -98,14 +144,8 @@ int32_t tool_set_pfc(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_pfc_recovery(DevRef dev)
+int32_t tool_cfg_pfc_recovery(DevRef dev, const ConfView &conf)
 {
-    char value[kPfcValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPfcItem, "bitmap", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("bitmap need recover cfg");
-    int32_t set_ret = tool_set_pfc(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("pfc bitmap set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, conf, kBitmapItem, dev, "bitmap", "bitmap need recover cfg",
+                            "pfc bitmap set fail ret[%d] logic_id[%u]");
 }

@@ -7,13 +7,13 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
+#include "cmdline/option_parser.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
-#include "main/option_parser.hpp"
 
 namespace
 {

@@ -8,14 +8,15 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "commands/saved_lines.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
 
 namespace
 {
@@ -157,12 +158,76 @@ int32_t tool_saved_ip_route_record(const char *line, kopa_ip_route_record *route
     return kOk;
 }
 
-int32_t tool_cfg_ip_rule_recovery(DevRef dev)
+int32_t tool_cfg_ip_rule_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "ip_rule_%d=", tool_send_ip_rule_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "ip_rule_%d=", tool_send_ip_rule_recovery_cmd);
 }
 
-int32_t tool_cfg_ip_route_recovery(DevRef dev)
+int32_t tool_cfg_ip_route_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
 }
+
+namespace
+{
+
+ItemEntry rule_entry(const kopa_ip_rule_record &r)
+{
+    ItemEntry entry{std::string("dir ") + (r.dir == 0 ? "from" : "to") + " ip " +
+                        item_ipv4_text(r.ip) + " ip_mask " + std::to_string(r.mask_bits) +
+                        " table " + std::to_string(r.table),
+                    "", ""};
+    entry.text = entry.id;
+    return entry;
+}
+
+// Saved in the order "ip A ip_mask N via G dev ethN table T"; the device tells two routes apart
+// by everything but the gateway.
+ItemEntry ip_route_entry(const kopa_ip_route_record &r)
+{
+    const std::string head =
+        "ip " + item_ipv4_text(r.ip) + " ip_mask " + std::to_string(r.mask_bits);
+    const std::string tail =
+        "dev eth" + std::to_string(r.dev) + " table " + std::to_string(r.table);
+    const std::string via = "via " + item_ipv4_text(r.via);
+    return {head + " " + tail, via, head + " " + via + " " + tail};
+}
+
+constexpr char kRuleLines[] = "ip_rule";
+constexpr char kRouteLines[] = "ip_route";
+using RuleList = CmdlineList<kopa_ip_rule_record, tool_saved_ip_rule_record, rule_entry, kRuleLines,
+                             kopa_get_ip_rules, KOPA_POLICY_MAX>;
+using RouteList = CmdlineList<kopa_ip_route_record, tool_saved_ip_route_record, ip_route_entry,
+                              kRouteLines, kopa_get_ip_routes, KOPA_POLICY_MAX>;
+
+} // namespace
+
+extern constexpr SavedItem kIpRulesItem{
+    .key = "ip_rules",
+    .buffer = 0,
+    .kind = ItemKind::kEntries,
+    .what = "policy rules",
+    .check = RuleList::check,
+    .live = RuleList::live,
+    .replay = tool_cfg_ip_rule_recovery,
+    .replay_name = "tool_cfg_ip_rule_recovery",
+    .list_key = RuleList::key,
+    .saved_list = RuleList::saved,
+    .max_entries = KOPA_POLICY_MAX,
+    .line_key = kRuleLines,
+};
+
+extern constexpr SavedItem kIpRoutesItem{
+    .key = "ip_routes",
+    .buffer = 0,
+    .kind = ItemKind::kEntries,
+    .what = "policy routes",
+    .check = RouteList::check,
+    .live = RouteList::live,
+    .replay = tool_cfg_ip_route_recovery,
+    .replay_name = "tool_cfg_ip_route_recovery",
+    .list_key = RouteList::key,
+    .saved_list = RouteList::saved,
+    .max_entries = KOPA_POLICY_MAX,
+    .line_key = kRouteLines,
+};

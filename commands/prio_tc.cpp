@@ -5,18 +5,18 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
-constexpr const char *kPrioTcItem = "prio_tc";
 constexpr uint32_t kPrioTcValueSize = 16; ///< replay buffer of the saved map
 /// What a byte of the map holds until the reply fills it: no traffic class has it.
 constexpr uint8_t kNoClass = 0xFF;
@@ -58,22 +58,22 @@ int32_t tool_prio_tc_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *inf
     return kOk;
 }
 
+// Accepted, the text is the map in its saved form.
+constexpr ItemSetCmd kPrioTcSet{
+    .keyword = "prio_tc",
+    .item = &kPrioTcItem,
+    .refusal_log = "invalid option\n",
+    .refusal_text = "Get unknown option, do you mean prio_tc\n",
+    .drv_refusal = false,
+    .start_what = "prio tc",
+    .fail_what = "prio tc",
+    .save_fail = "Failed to write the priority to tc map to the config file, and user "
+                 "configurations cannot be persisted.\n",
+};
+
 int32_t tool_prio_tc_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (strcmp(argv[1], "prio_tc") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
-                                      "Get unknown option, do you mean prio_tc\n");
-    RUN_LOG_CONFIG("start to set prio tc of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_set_prio_tc_info(dev_of(info), argv[2], SetMode::kCommand);
-    if (ret != kOk) {
-        DRV_ERR("set prio tc failed, logic_id[%u]", info->logic_id);
-        return ret;
-    }
-    // Accepted, the text is the map in its saved form. The device keeps it even when it cannot
-    // be saved.
-    return cmd_save_item(CMD_HERE, info->phy_id, kPrioTcItem, argv[2],
-                         "Failed to write the priority to tc map to the config file, and user "
-                         "configurations cannot be persisted.\n");
+    return cmd_set_item(CMD_HERE, kPrioTcSet, argv, info);
 }
 
 constexpr CmdOp kPrioTcOps[] = {
@@ -93,10 +93,56 @@ extern constexpr CmdDesc kPrioTcCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
+namespace
+{
+
+int32_t read_prio_list(const char *text, QosList &tc)
+{
+    return qos_read_list(text, 1, kTcMax, kErrRangeTc, tc);
+}
+
+int32_t check_prio_tc(const char *text)
+{
+    QosList tc{};
+    return read_prio_list(text, tc);
+}
+
+ItemLive live_prio_tc(uint32_t logic_id)
+{
+    kopa_prio_tc_info map{};
+    ItemLive live;
+    live.ret = read_prio_tc(logic_id, &map);
+    if (live.ret == 0) {
+        uint32_t tc[kQosClasses];
+        for (uint32_t p = 0; p < kQosClasses; ++p)
+            tc[p] = map.tc_of_prio[p];
+        live.value = item_list_text(tc, kQosClasses);
+    }
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kPrioTcItem{
+    .key = "prio_tc",
+    .buffer = kPrioTcValueSize,
+    .kind = ItemKind::kNumberList,
+    .what = "priority map",
+    .check = check_prio_tc,
+    .live = live_prio_tc,
+    .replay = tool_cfg_prio_tc_recovery,
+    .replay_name = "tool_cfg_prio_tc_recovery",
+    .set_words = "-prio_tc -s prio_tc {prio_tc}",
+    .canonical = item_canonical_list,
+    .set = tool_set_prio_tc_info,
+    .ansible_module = "vorn_qos",
+    .ansible_option = "priority_map",
+};
+
 int32_t tool_set_prio_tc_info(DevRef dev, const char *text, SetMode /*mode*/)
 {
     QosList tc{};
-    int32_t ret = qos_read_list(text, 1, kTcMax, kErrRangeTc, tc);
+    int32_t ret = read_prio_list(text, tc);
     if (ret != kOk) {
         DRV_ERR("invalid prio tc map, expect tc [0]-[%u] for each of %u priorities", kTcMax,
                 kQosClasses);
@@ -116,14 +162,8 @@ int32_t tool_set_prio_tc_info(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_prio_tc_recovery(DevRef dev)
+int32_t tool_cfg_prio_tc_recovery(DevRef dev, const ConfView &conf)
 {
-    char value[kPrioTcValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPrioTcItem, "prio_tc", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("prio_tc need recover cfg");
-    int32_t set_ret = tool_set_prio_tc_info(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("prio tc set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, conf, kPrioTcItem, dev, "prio_tc", "prio_tc need recover cfg",
+                            "prio tc set fail ret[%d] logic_id[%u]");
 }

@@ -5,14 +5,15 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -20,7 +21,8 @@ namespace
 constexpr uint32_t kNetPort = 0;
 constexpr size_t kPortMinDigits = 4;
 constexpr size_t kPortMaxDigits = 5;
-constexpr const char *kRocePortItem = "roce_port";
+constexpr long kPortMin = 4097;            ///< the device's smallest port
+constexpr long kPortMax = 65535;           ///< the device's largest port
 constexpr uint32_t kRocePortValueSize = 6; ///< replay buffer of the saved port
 
 constexpr const char *kHelpUdp = "   [-s]        : set roce port port range 4097~65535\n"
@@ -38,23 +40,21 @@ int32_t tool_roce_port_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *i
     return kOk;
 }
 
+constexpr ItemSetCmd kUdpSet{
+    .keyword = "port",
+    .item = &kRocePortItem,
+    .refusal_log = "invalid option\n",
+    .refusal_text = "Get unknown option, do you mean port\n",
+    .drv_refusal = true,
+    .start_what = "roce_port",
+    .fail_what = "roce_port",
+    .save_fail = "Failed to write the ROCE port to config file. User configurations "
+                 "cannot be persisted.\n",
+};
+
 int32_t tool_roce_port_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (strcmp(argv[1], "port") != 0) {
-        DRV_ERR("invalid option");
-        fputs("Get unknown option, do you mean port\n", stderr);
-        return kErrUnknownOption;
-    }
-    RUN_LOG_CONFIG("start to set roce_port of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_set_roce_port(dev_of(info), argv[2], SetMode::kCommand);
-    if (ret != kOk) {
-        DRV_ERR("set roce_port failed, logic_id[%u]", info->logic_id);
-        return ret;
-    }
-    // The device keeps the new port even when it cannot be saved.
-    return cmd_save_item(CMD_HERE, info->phy_id, kRocePortItem, argv[2],
-                         "Failed to write the ROCE port to config file. User configurations "
-                         "cannot be persisted.\n");
+    return cmd_set_item(CMD_HERE, kUdpSet, argv, info);
 }
 
 constexpr CmdOp kUdpOps[] = {
@@ -74,12 +74,55 @@ extern constexpr CmdDesc kUdpCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
-int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode /*mode*/)
+namespace
+{
+
+// Only the form is checked; the device owns the range of usable ports.
+int32_t check_roce_port(const char *text)
 {
     size_t len = text != nullptr ? strlen(text) : 0;
-    // Only the form is checked; the device owns the range of usable ports.
-    if (len < kPortMinDigits || len > kPortMaxDigits ||
-        check_str_is_num(text, static_cast<uint32_t>(len)) != 0) {
+    return len < kPortMinDigits || len > kPortMaxDigits ||
+                   check_str_is_num(text, static_cast<uint32_t>(len)) != 0
+               ? kErrSysNull
+               : kOk;
+}
+
+ItemLive live_roce_port(uint32_t logic_id)
+{
+    uint32_t port = 0;
+    const int ret = kopa_read_roce_port(logic_id, kNetPort, &port);
+    return item_live_number(ret, port);
+}
+
+// The range the help announces; the tool leaves it to the device.
+int32_t device_roce_port(const char *text)
+{
+    const long port = strtol(text, nullptr, 10);
+    return port < kPortMin || port > kPortMax ? kErrKopa : kOk;
+}
+
+} // namespace
+
+extern constexpr SavedItem kRocePortItem{
+    .key = "roce_port",
+    .buffer = kRocePortValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "RoCE UDP port",
+    .check = check_roce_port,
+    .live = live_roce_port,
+    .replay = tool_cfg_roce_port_recovery,
+    .replay_name = "tool_cfg_roce_port_recovery",
+    .set_words = "-udp -s port {roce_port}",
+    .canonical = item_canonical_number,
+    .set = tool_set_roce_port,
+    .device_check = device_roce_port,
+    .ansible_module = "vorn_port",
+    .ansible_option = "udp_port",
+};
+
+int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode /*mode*/)
+{
+    if (check_roce_port(text) != kOk) {
         printf("Input port num is invalid.\n");
         DRV_ERR("Input port num is invalid.");
         return kErrSysNull;
@@ -97,14 +140,9 @@ int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_roce_port_recovery(DevRef dev)
+int32_t tool_cfg_roce_port_recovery(DevRef dev, const ConfView &conf)
 {
-    char value[kRocePortValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kRocePortItem, "roce_port", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("roce_port need recover cfg");
-    int32_t set_ret = tool_set_roce_port(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("Roce port set fail. (ret=%d; logic_id=%u)", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, conf, kRocePortItem, dev, "roce_port",
+                            "roce_port need recover cfg",
+                            "Roce port set fail. (ret=%d; logic_id=%u)");
 }

@@ -1,5 +1,8 @@
 // The -route command: static routes of a device's RoCE port, their saved lines, and the walk
 // over those lines that replays, clears and prunes them.
+#include <arpa/inet.h>
+
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -10,16 +13,17 @@
 
 #include "base/escape.hpp"
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
 #include "commands/route_store.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -386,6 +390,36 @@ int32_t tool_parse_route_line(const char *line, SavedRouteLine *route)
     return kOk;
 }
 
+namespace
+{
+
+// The walk over the route lines of `lines` for `dev`, each handed to the action; `conf` takes the
+// deletions (null for a replay, which reads only). The route lines are found by searching the
+// content (through `index` when the content is a view's), not by looking at every line.
+int32_t walk_routes(std::string_view lines, ConfSession *conf, DevRef dev, RouteAction action,
+                    uint32_t address, uint32_t netmask, StemIndex *index = nullptr)
+{
+    return cfg_for_each_piece_with(
+        lines, kRouteLineStart,
+        [&](std::string_view piece) -> int {
+            if (!tool_is_route_line(piece))
+                return 0;
+            char line[kCfgLineSize];
+            memcpy(line, piece.data(), piece.size());
+            line[piece.size()] = '\0';
+            SavedRoute route{};
+            int32_t pret = parse_route_line(line, &route);
+            if (pret != kOk)
+                return pret;
+            if (route.section != dev.phy_id)
+                return 0;
+            return tool_select_action_for_route(conf, dev, action, route, address, netmask);
+        },
+        index);
+}
+
+} // namespace
+
 int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32_t address,
                                           uint32_t netmask)
 {
@@ -394,28 +428,9 @@ int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32
     if (ret != 0)
         return ret;
     // The walk reads the lines as they were at the start; a deletion takes effect in the
-    // session at once and reaches the file as one replacement at the end. A replay deletes
-    // nothing and walks the content in place (often a snapshot's).
-    std::string copy;
-    std::string_view lines = conf.content();
-    if (action != RouteAction::kReplay) {
-        copy = lines;
-        lines = copy;
-    }
-    ret = cfg_for_each_piece_with(lines, kRouteLineStart, [&](std::string_view piece) -> int {
-        if (!tool_is_route_line(piece))
-            return 0;
-        char line[kCfgLineSize];
-        memcpy(line, piece.data(), piece.size());
-        line[piece.size()] = '\0';
-        SavedRoute route{};
-        int32_t pret = parse_route_line(line, &route);
-        if (pret != kOk)
-            return pret;
-        if (route.section != dev.phy_id)
-            return 0;
-        return tool_select_action_for_route(&conf, dev, action, route, address, netmask);
-    });
+    // session at once and reaches the file as one replacement at the end.
+    const std::string lines(conf.content());
+    ret = walk_routes(lines, &conf, dev, action, address, netmask);
     // The routes handled before a failing one stay handled, as they would line by line.
     const int saved = conf.commit();
     return ret != 0 ? ret : saved;
@@ -457,7 +472,126 @@ extern constexpr CmdDesc kRouteCmd{
     .masks = kRouteMasks,
 };
 
-int32_t tool_cfg_route_recovery(DevRef dev)
+int32_t tool_cfg_route_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_read_vorn_conf_handle_action(dev, RouteAction::kReplay, 0, 0);
+    if (conf.status() != 0)
+        return conf.status();
+    return walk_routes(conf.content(), nullptr, dev, RouteAction::kReplay, 0, 0, conf.index());
 }
+
+namespace
+{
+
+constexpr uint32_t kLiveRouteTableSize = 386000; ///< as -route -g reads it
+
+ItemEntry route_entry(uint32_t dest, uint32_t mask, uint32_t gateway)
+{
+    ItemEntry entry{"address " + item_ipv4_text(dest) + " netmask " + item_ipv4_text(mask),
+                    "gateway " + item_ipv4_text(gateway), ""};
+    entry.text = entry.id + " " + entry.value;
+    return entry;
+}
+
+bool parse_ipv4(const char *text, uint32_t *address)
+{
+    in_addr addr{};
+    if (inet_pton(AF_INET, text, &addr) != 1)
+        return false;
+    *address = addr.s_addr;
+    return true;
+}
+
+int32_t check_route_line(const char *line)
+{
+    SavedRouteLine route{};
+    return tool_parse_route_line(line, &route);
+}
+
+// The route table is text: rows "destination netmask gateway" below a header. A text that
+// holds addresses but no such row is a table of another shape, rather than a table without
+// routes.
+ItemLive live_routes(uint32_t logic_id)
+{
+    std::string text(kLiveRouteTableSize, '\0');
+    ItemLive live;
+    live.ret = kopa_get_route_table(logic_id, 0, text.data(), kLiveRouteTableSize);
+    if (live.ret != 0)
+        return live;
+    text.resize(strnlen(text.data(), kLiveRouteTableSize));
+    bool addresses = false;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.find('\n', start);
+        if (end == std::string::npos)
+            end = text.size();
+        const std::string row = text.substr(start, end - start);
+        start = end + 1;
+        char words[3][32] = {};
+        uint32_t d = 0, m = 0, g = 0;
+        if (sscanf(row.c_str(), "%31s %31s %31s", words[0], words[1], words[2]) == 3 &&
+            parse_ipv4(words[0], &d) && parse_ipv4(words[1], &m) && parse_ipv4(words[2], &g))
+            live.entries.push_back(route_entry(d, m, g));
+        for (size_t i = 0; i + 2 < row.size() && !addresses; ++i)
+            addresses = isdigit(static_cast<unsigned char>(row[i])) != 0 && row[i + 1] == '.' &&
+                        isdigit(static_cast<unsigned char>(row[i + 2])) != 0;
+    }
+    if (live.entries.empty() && addresses) {
+        live.ret = kErrnoInval;
+        live.error = "the route table is not in rows of destination, netmask and gateway";
+    }
+    return live;
+}
+
+std::string routes_key(DevRef dev)
+{
+    return "route_address_A_netmask_M_" + std::to_string(dev.phy_id);
+}
+
+// Routes are saved under the physical id; the walk reads every route line of the file and
+// stops on the first that is not in the written form, whichever device it names.
+ItemSavedList saved_routes(std::string_view conf, DevRef dev)
+{
+    ItemSavedList list;
+    size_t malformed = 0;
+    (void)cfg_for_each_piece(conf, [&](std::string_view piece) {
+        if (!tool_is_route_line(piece))
+            return 0;
+        std::string line(piece.data(), strnlen(piece.data(), piece.size()));
+        if (!line.empty() && line.back() == '\n')
+            line.pop_back();
+        SavedRouteLine route{};
+        if (tool_parse_route_line(line.c_str(), &route) != kOk) {
+            ++malformed;
+            return 0;
+        }
+        uint32_t d = 0, m = 0, g = 0;
+        if (route.section == dev.phy_id && parse_ipv4(route.address, &d) &&
+            parse_ipv4(route.netmask, &m) && parse_ipv4(route.gateway, &g)) {
+            list.entries.push_back(route_entry(d, m, g));
+            list.any = true;
+        }
+        return 0;
+    });
+    if (malformed != 0)
+        list.error = std::to_string(malformed) +
+                     " route line(s) of the file are not in the written form: the replay of "
+                     "routes stops on them";
+    return list;
+}
+
+} // namespace
+
+extern constexpr SavedItem kRoutesItem{
+    .key = "routes",
+    .buffer = 0,
+    .kind = ItemKind::kEntries,
+    .what = "routes",
+    .check = check_route_line,
+    .live = live_routes,
+    .replay = tool_cfg_route_recovery,
+    .replay_name = "tool_cfg_route_recovery",
+    .list_key = routes_key,
+    .saved_list = saved_routes,
+    .ansible_module = "vorn_port",
+    .ansible_option = "routes",
+};

@@ -6,15 +6,16 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -113,6 +114,23 @@ int32_t tool_send_arp_set_cmd(int argc, char **argv, cmd_parse_info *info)
     return save_gratuitous_arp(info->phy_id, period, status);
 }
 
+int32_t set_period(DevRef dev, const char *text, const char *status, SetMode mode)
+{
+    return tool_set_gratuitous_arp_info(dev, text, status, mode);
+}
+
+int32_t set_status(DevRef dev, const char *text, const char *period, SetMode mode)
+{
+    return tool_set_gratuitous_arp_info(dev, period, text, mode);
+}
+
+template <uint32_t kopa_garp_info::*kField> ItemLive live_garp(uint32_t logic_id)
+{
+    kopa_garp_info garp{};
+    const int ret = kopa_get_gratuitous_arp_info(logic_id, kNetPort, &garp);
+    return item_live_number(ret, garp.*kField);
+}
+
 int32_t tool_send_arp_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
     kopa_garp_info garp{};
@@ -154,14 +172,42 @@ extern constexpr CmdDesc kSendArpCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
+extern constexpr SavedItem kSendArpPeriodItem{
+    .key = kPeriodItem,
+    .buffer = kGarpValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "gratuitous ARP period",
+    .check = check_period,
+    .live = live_garp<&kopa_garp_info::period>,
+    .replay = tool_cfg_gratuitous_arp_recovery,
+    .replay_name = "tool_cfg_gratuitous_arp_recovery",
+    .set_words = "-send_arp -s period {send_arp_period} status {send_arp_status}",
+    .canonical = item_canonical_number,
+    .partner = kStatusItem,
+    .set_pair = set_period,
+};
+
+extern constexpr SavedItem kSendArpStatusItem{
+    .key = kStatusItem,
+    .buffer = kGarpValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "gratuitous ARP switch",
+    .check = check_status,
+    .live = live_garp<&kopa_garp_info::status>,
+    .set_words = "-send_arp -s period {send_arp_period} status {send_arp_status}",
+    .canonical = item_canonical_number,
+    .partner = kPeriodItem,
+    .set_pair = set_status,
+};
+
 // One saved value without the other is nothing to replay.
-int32_t tool_cfg_gratuitous_arp_recovery(DevRef dev)
+int32_t tool_cfg_gratuitous_arp_recovery(DevRef dev, const ConfView &conf)
 {
     char period[kGarpValueSize] = {};
     char status[kGarpValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPeriodItem, "send_arp_period", period,
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kPeriodItem, "send_arp_period", period,
                          sizeof(period)) ||
-        !cmd_replay_read(CMD_HERE, dev.phy_id, kStatusItem, "send_arp_status", status,
+        !cmd_replay_read(CMD_HERE, conf, dev.phy_id, kStatusItem, "send_arp_status", status,
                          sizeof(status)))
         return kOk;
     DRV_DBG("gratuitous arp need recover cfg");

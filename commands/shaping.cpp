@@ -5,18 +5,18 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
-constexpr const char *kShapingItem = "bw_limit";
 constexpr uint32_t kBwLimitValueSize = 7; ///< replay buffer of the saved limit
 constexpr size_t kBwLimitDigits = kBwLimitValueSize - 1;
 static_assert(kBwLimitMax <= 999999, "the largest limit fits the replay buffer");
@@ -38,21 +38,21 @@ int32_t tool_shaping_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *inf
     return kOk;
 }
 
+constexpr ItemSetCmd kShapingSet{
+    .keyword = "bw_limit",
+    .item = &kBwLimitItem,
+    .refusal_log = "invalid option\n",
+    .refusal_text = "Get unknown option, do you mean bw_limit\n",
+    .drv_refusal = false,
+    .start_what = "port shaping",
+    .fail_what = "port shaping",
+    .save_fail = "Failed to write the bandwidth limit to the config file, and user "
+                 "configurations cannot be persisted.\n",
+};
+
 int32_t tool_shaping_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (strcmp(argv[1], "bw_limit") != 0)
-        return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
-                                      "Get unknown option, do you mean bw_limit\n");
-    RUN_LOG_CONFIG("start to set port shaping of logic_id[%u]\n", info->logic_id);
-    int32_t ret = tool_port_shaping_set(dev_of(info), argv[2], SetMode::kCommand);
-    if (ret != kOk) {
-        DRV_ERR("set port shaping failed, logic_id[%u]", info->logic_id);
-        return ret;
-    }
-    // The device keeps the new limit even when it cannot be saved.
-    return cmd_save_item(CMD_HERE, info->phy_id, kShapingItem, argv[2],
-                         "Failed to write the bandwidth limit to the config file, and user "
-                         "configurations cannot be persisted.\n");
+    return cmd_set_item(CMD_HERE, kShapingSet, argv, info);
 }
 
 constexpr CmdOp kShapingOps[] = {
@@ -72,12 +72,50 @@ extern constexpr CmdDesc kShapingCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
+namespace
+{
+
+int32_t read_bw_limit(const char *text, uint32_t *limit)
+{
+    int32_t ret = qos_read_number(text, kBwLimitDigits, kBwLimitMax, kErrRangeBwLimit, limit);
+    return ret == kOk && *limit < kBwLimitMin ? kErrRangeBwLimit : ret;
+}
+
+int32_t check_bw_limit(const char *text)
+{
+    uint32_t limit = 0;
+    return read_bw_limit(text, &limit);
+}
+
+ItemLive live_bw_limit(uint32_t logic_id)
+{
+    kopa_shaping_info shaping{};
+    const int ret = kopa_get_port_shaping(logic_id, &shaping);
+    return item_live_number(ret, shaping.bw_limit);
+}
+
+} // namespace
+
+extern constexpr SavedItem kBwLimitItem{
+    .key = "bw_limit",
+    .buffer = kBwLimitValueSize,
+    .kind = ItemKind::kNumber,
+    .what = "port bandwidth limit",
+    .check = check_bw_limit,
+    .live = live_bw_limit,
+    .replay = tool_cfg_shaping_recovery,
+    .replay_name = "tool_cfg_shaping_recovery",
+    .set_words = "-shaping -s bw_limit {bw_limit}",
+    .canonical = item_canonical_number,
+    .set = tool_port_shaping_set,
+    .ansible_module = "vorn_qos",
+    .ansible_option = "bw_limit",
+};
+
 int32_t tool_port_shaping_set(DevRef dev, const char *text, SetMode /*mode*/)
 {
     uint32_t limit = 0;
-    int32_t ret = qos_read_number(text, kBwLimitDigits, kBwLimitMax, kErrRangeBwLimit, &limit);
-    if (ret == kOk && limit < kBwLimitMin)
-        ret = kErrRangeBwLimit;
+    int32_t ret = read_bw_limit(text, &limit);
     if (ret != kOk) {
         DRV_ERR("invalid bw_limit, expect [%u]-[%u] Mbit/s", kBwLimitMin, kBwLimitMax);
         return ret;
@@ -95,14 +133,8 @@ int32_t tool_port_shaping_set(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_shaping_recovery(DevRef dev)
+int32_t tool_cfg_shaping_recovery(DevRef dev, const ConfView &conf)
 {
-    char value[kBwLimitValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kShapingItem, "bw_limit", value, sizeof(value)))
-        return kOk;
-    DRV_DBG("bw_limit need recover cfg");
-    int32_t set_ret = tool_port_shaping_set(dev, value, SetMode::kRecovery);
-    if (set_ret != kOk)
-        DRV_ERR("bw_limit set fail ret[%d] logic_id[%u]", set_ret, dev.logic_id);
-    return set_ret;
+    return cmd_replay_value(CMD_HERE, conf, kBwLimitItem, dev, "bw_limit",
+                            "bw_limit need recover cfg", "bw_limit set fail ret[%d] logic_id[%u]");
 }

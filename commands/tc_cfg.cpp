@@ -10,19 +10,20 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
 
-constexpr const char *kTcBwItem = "tc_bw";
-constexpr const char *kTcModeItem = "tc_mode";
+constexpr const char *kTcBwName = "tc_bw";
+constexpr const char *kTcModeName = "tc_mode";
 constexpr uint32_t kTcValueSize = 384; ///< replay buffer of each saved list
 constexpr uint32_t kPercentMax = 100;
 constexpr size_t kPercentDigits = 3;
@@ -121,10 +122,10 @@ int32_t tool_tc_cfg_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info
 
 int32_t tool_tc_cfg_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
 {
-    if (strcmp(argv[1], kTcBwItem) != 0)
+    if (strcmp(argv[1], kTcBwName) != 0)
         return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
                                       "Get unknown option, do you mean tc_bw\n");
-    if (strcmp(argv[3], kTcModeItem) != 0)
+    if (strcmp(argv[3], kTcModeName) != 0)
         return cmd_err_unknown_option(CMD_HERE, "invalid option\n",
                                       "Get unknown option, do you mean tc_mode\n");
     RUN_LOG_CONFIG("start to set tc cfg of logic_id[%u]\n", info->logic_id);
@@ -145,7 +146,7 @@ int32_t tool_tc_cfg_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
     if (!qos_format_list(cfg.tc_bw, bw, sizeof(bw)) ||
         !qos_format_list(cfg.tc_mode, mode, sizeof(mode)))
         return qos_save_failed(CMD_HERE, info->phy_id, kErrSysCopy, failed);
-    const QosSaved saved[] = {{kTcBwItem, bw}, {kTcModeItem, mode}};
+    const QosSaved saved[] = {{kTcBwName, bw}, {kTcModeName, mode}};
     return qos_save_items(CMD_HERE, info->phy_id, saved, failed);
 }
 
@@ -202,6 +203,75 @@ extern constexpr CmdDesc kCurTcBufCmd{
     .unknown_op = {RefusalLog::kRunLog, "invalid operation\n", "Get unknown option!\n"},
 };
 
+namespace
+{
+
+int32_t check_tc_bw(const char *text)
+{
+    QosList bw{};
+    return qos_read_list(text, kPercentDigits, kPercentMax, kErrParamInvalid, bw);
+}
+
+int32_t check_tc_mode(const char *text)
+{
+    QosList mode{};
+    return qos_read_list(text, 1, kTcModeEts, kErrParamInvalid, mode);
+}
+
+int32_t set_tc_bw(DevRef dev, const char *text, const char *mode, SetMode set_mode)
+{
+    return tool_set_tc_cfg(dev, text, mode, set_mode);
+}
+
+int32_t set_tc_mode(DevRef dev, const char *text, const char *bw, SetMode set_mode)
+{
+    return tool_set_tc_cfg(dev, bw, text, set_mode);
+}
+
+template <uint32_t (kopa_tc_cfg_info::*kField)[kQosClasses]> ItemLive live_tc(uint32_t logic_id)
+{
+    kopa_tc_cfg_info tc{};
+    ItemLive live;
+    live.ret = kopa_get_tc_cfg(logic_id, &tc);
+    if (live.ret == 0)
+        live.value = item_list_text(tc.*kField, kQosClasses);
+    return live;
+}
+
+} // namespace
+
+extern constexpr SavedItem kTcBwItem{
+    .key = kTcBwName,
+    .buffer = kTcValueSize,
+    .kind = ItemKind::kNumberList,
+    .what = "traffic-class bandwidth",
+    .check = check_tc_bw,
+    .live = live_tc<&kopa_tc_cfg_info::tc_bw>,
+    .replay = tool_tc_cfg_recovery,
+    .replay_name = "tool_tc_cfg_recovery",
+    .set_words = "-tc_cfg -s tc_bw {tc_bw} tc_mode {tc_mode}",
+    .canonical = item_canonical_list,
+    .partner = kTcModeName,
+    .set_pair = set_tc_bw,
+    .ansible_module = "vorn_qos",
+    .ansible_option = "traffic_classes",
+};
+
+extern constexpr SavedItem kTcModeItem{
+    .key = kTcModeName,
+    .buffer = kTcValueSize,
+    .kind = ItemKind::kNumberList,
+    .what = "traffic-class mode",
+    .check = check_tc_mode,
+    .live = live_tc<&kopa_tc_cfg_info::tc_mode>,
+    .set_words = "-tc_cfg -s tc_bw {tc_bw} tc_mode {tc_mode}",
+    .canonical = item_canonical_list,
+    .partner = kTcBwName,
+    .set_pair = set_tc_mode,
+    .ansible_module = "vorn_qos",
+    .ansible_option = "traffic_classes",
+};
+
 int32_t tool_set_tc_cfg(DevRef dev, const char *bw_text, const char *mode_text, SetMode /*mode*/)
 {
     kopa_tc_cfg_set cfg{};
@@ -209,12 +279,12 @@ int32_t tool_set_tc_cfg(DevRef dev, const char *bw_text, const char *mode_text, 
     return ret != kOk ? ret : send_tc_cfg(dev, cfg);
 }
 
-int32_t tool_tc_cfg_recovery(DevRef dev)
+int32_t tool_tc_cfg_recovery(DevRef dev, const ConfView &conf)
 {
     char bw[kTcValueSize] = {};
     char mode[kTcValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kTcBwItem, "tc_bw", bw, sizeof(bw)) ||
-        !cmd_replay_read(CMD_HERE, dev.phy_id, kTcModeItem, "tc_mode", mode, sizeof(mode)))
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kTcBwName, "tc_bw", bw, sizeof(bw)) ||
+        !cmd_replay_read(CMD_HERE, conf, dev.phy_id, kTcModeName, "tc_mode", mode, sizeof(mode)))
         return kOk;
     DRV_DBG("tc_cfg need recover cfg");
     int32_t set_ret = tool_set_tc_cfg(dev, bw, mode, SetMode::kRecovery);

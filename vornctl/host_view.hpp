@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 
 /// How an item's device value stands against its saved value.
@@ -46,6 +47,9 @@ struct ItemView {
     std::optional<uint32_t> holder; ///< gateway: physical id of the device holding the group's
     ItemState state = ItemState::kNotSaved;
     std::vector<ItemDiff> diffs; ///< for kDrift, one per difference
+    /// List: saved entries past what the device holds, which recovery cannot apply.
+    std::vector<std::string> unappliable;
+    const SavedItem *def = nullptr; ///< the item's descriptor
 };
 
 /// One certificate information record the device keeps (a certificate, or the CRL).

@@ -17,12 +17,12 @@
 #include <vector>
 
 #include "base/result.hpp"
+#include "commands/qos_settings.hpp"
 #include "commands/route_store.hpp"
-#include "commands/saved_lines.hpp"
+#include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
 #include "vornctl/host_view.hpp"
-#include "vornctl/items.hpp"
 #include "vornctl/vornctl.hpp"
 
 namespace
@@ -151,28 +151,8 @@ struct LintContext {
 /// value of the item `name`.
 const char *set_words(std::string_view item)
 {
-    static const std::map<std::string_view, const char *> kWords = {
-        {"address", "-ip -s address {address} netmask {netmask}"},
-        {"netmask", "-ip -s address {address} netmask {netmask}"},
-        {"gateway", "-gateway -s gateway {gateway}"},
-        {"netdetect", "-netdetect -s address {netdetect}"},
-        {"mtu", "-mtu -s size {mtu}"},
-        {"mac_addr", "-mac -s mac {mac_addr}"},
-        {"dscp_tc", "-dscp_to_tc -s dscp {dscp} tc {tc}"},
-        {"static_speed", "-generic -s speed {static_speed}"},
-        {"auto_adapt", "-generic -s auto_adapt {auto_adapt}"},
-        {"bw_limit", "-shaping -s bw_limit {bw_limit}"},
-        {"roce_port", "-udp -s port {roce_port}"},
-        {"bitmap", "-pfc -s bitmap {bitmap}"},
-        {"tc_bw", "-tc_cfg -s tc_bw {tc_bw} tc_mode {tc_mode}"},
-        {"tc_mode", "-tc_cfg -s tc_bw {tc_bw} tc_mode {tc_mode}"},
-        {"prio_tc", "-prio_tc -s prio_tc {prio_tc}"},
-        {"encoding", "-fec -s mode {encoding}"},
-        {"send_arp_period", "-send_arp -s period {send_arp_period} status {send_arp_status}"},
-        {"send_arp_status", "-send_arp -s period {send_arp_period} status {send_arp_status}"},
-    };
-    const auto it = kWords.find(item);
-    return it != kWords.end() ? it->second : "";
+    const SavedItem *def = saved_item(item);
+    return def != nullptr && def->set_words != nullptr ? def->set_words : "";
 }
 
 /// "vorn_tool -i <phy> ..." that saves `item` of device `phy` again with its own saved values
@@ -228,6 +208,26 @@ void lint_line_shapes(LintContext &ctx)
     }
 }
 
+// Every saved value that fits goes through its item's own check, as replay runs it: a value it
+// refuses fails the device's recovery at that item and leaves every later item unapplied.
+void lint_value(LintContext &ctx, const Piece &p, const SavedItem &item, uint32_t phy)
+{
+    const std::string value = value_of(p.text);
+    int32_t ret = item.check(value.c_str());
+    const char *who = "recovery";
+    if (ret == kOk && item.device_check != nullptr) {
+        ret = item.device_check(value.c_str());
+        who = "the device";
+    }
+    if (ret == kOk)
+        return;
+    ctx.add(Severity::kError, p.line,
+            key_of(p.text) + ": " + who + " refuses the " + item.what + " \"" + value + "\" (" +
+                hex(ret) + "), so the recovery of device " + std::to_string(phy) +
+                " stops there, leaving every later item unapplied",
+            set_command(ctx, phy, item.key, {{item.key, "<" + std::string(item.key) + ">"}}));
+}
+
 // Values read back into a fixed buffer: a longer one makes the read fail, and recovery takes
 // the item for unsaved.
 void lint_buffers(LintContext &ctx)
@@ -237,8 +237,9 @@ void lint_buffers(LintContext &ctx)
             continue;
         const std::string key = key_of(p.text);
         const std::string value = value_of(p.text);
-        for (const ItemDef &def : g_ctl_items) {
-            const auto phy = def.buffer != 0 ? id_of_key(key, def.name) : std::nullopt;
+        for (const SavedItem *item : g_saved_items) {
+            const SavedItem &def = *item;
+            const auto phy = def.buffer != 0 ? id_of_key(key, def.key) : std::nullopt;
             if (!phy)
                 continue;
             const size_t entries = std::count(value.begin(), value.end(), ',') + 1;
@@ -246,24 +247,55 @@ void lint_buffers(LintContext &ctx)
             if (value.size() >= def.buffer)
                 why = "its value of " + std::to_string(value.size()) +
                       " characters does not fit the " + std::to_string(def.buffer) +
-                      "-byte recovery buffer of " + def.name + ": recovery of device " +
+                      "-byte recovery buffer of " + def.key + ": recovery of device " +
                       std::to_string(*phy) + " skips the item";
-            else if (def.kind == ValueKind::kDscp && entries > kCtlDscpEntriesMax)
+            else if (def.kind == ItemKind::kDscpMap && entries > kDscpValues)
                 why = "its list of " + std::to_string(entries) + " entries exceeds the " +
-                      std::to_string(kCtlDscpEntriesMax) + " DSCP values: recovery of device " +
+                      std::to_string(kDscpValues) + " DSCP values: recovery of device " +
                       std::to_string(*phy) + " refuses it and stops there";
-            if (why.empty())
+            if (why.empty()) {
+                lint_value(ctx, p, def, *phy);
                 continue;
+            }
             // A DSCP set merges into the saved list, which it refuses to read as it stands.
             std::string suggestion;
-            if (def.kind == ValueKind::kDscp)
+            if (def.kind == ItemKind::kDscpMap)
                 suggestion = "edit " + ctx.conf_name + ": remove line " + std::to_string(p.line) +
                              ", then set each value again: " +
-                             set_command(ctx, *phy, def.name, {{"dscp", "<dscp>"}, {"tc", "<tc>"}});
+                             set_command(ctx, *phy, def.key, {{"dscp", "<dscp>"}, {"tc", "<tc>"}});
             else
-                suggestion = set_command(ctx, *phy, def.name,
-                                         {{def.name, "<" + std::string(def.name) + ">"}});
+                suggestion =
+                    set_command(ctx, *phy, def.key, {{def.key, "<" + std::string(def.key) + ">"}});
             ctx.add(Severity::kError, p.line, key + ": " + why, suggestion);
+        }
+    }
+}
+
+// A list longer than the device holds: recovery succeeds with what fits, and the rest is never
+// applied.
+void lint_list_sizes(LintContext &ctx)
+{
+    std::vector<DevRef> devs;
+    for (const DeviceView &dev : ctx.host->devices)
+        devs.push_back({dev.logic_id, dev.phy_id});
+    if (devs.empty()) {
+        for (uint32_t id : ctx.phy_ids)
+            devs.push_back({id, id});
+    }
+    for (const SavedItem *item : g_saved_items) {
+        if (item->max_entries == 0)
+            continue;
+        for (const DevRef &dev : devs) {
+            const ItemSavedList list = item->saved_list(ctx.host->conf, dev);
+            if (list.entries.size() <= item->max_entries)
+                continue;
+            ctx.add(Severity::kWarning, 0,
+                    item->list_key(dev) + ": " + std::to_string(list.entries.size()) + " saved " +
+                        item->what + ", the device holds " + std::to_string(item->max_entries) +
+                        ": the " + std::to_string(list.entries.size() - item->max_entries) +
+                        " past them cannot be applied",
+                    "edit " + ctx.conf_name + ": keep at most " +
+                        std::to_string(item->max_entries) + " lines of " + item->list_key(dev));
         }
     }
 }
@@ -272,11 +304,12 @@ void lint_buffers(LintContext &ctx)
 // "mtu_1=" gives device 1 the value of device 10, on recovery and in every command's checks.
 void lint_prefix_reads(LintContext &ctx)
 {
-    for (const ItemDef &def : g_ctl_items) {
+    for (const SavedItem *item : g_saved_items) {
+        const SavedItem &def = *item;
         if (def.buffer == 0)
             continue;
         for (uint32_t phy : ctx.phy_ids) {
-            const std::string key = std::string(def.name) + "_" + std::to_string(phy);
+            const std::string key = std::string(def.key) + "_" + std::to_string(phy);
             const std::string_view answer = cfg_find_answer(ctx.host->conf, key);
             if (answer.empty() || key_of(answer) == key)
                 continue;
@@ -293,11 +326,11 @@ void lint_prefix_reads(LintContext &ctx)
             if (own)
                 text += ", and device " + std::to_string(phy) + "'s own line is never read";
             std::string suggestion;
-            const auto other_phy = id_of_key(other, def.name);
+            const auto other_phy = id_of_key(other, def.key);
             if (other_phy && ctx.phy_ids.count(*other_phy) != 0) {
-                suggestion = set_command(ctx, *other_phy, def.name);
+                suggestion = set_command(ctx, *other_phy, def.key);
                 if (!own)
-                    suggestion = set_command(ctx, phy, def.name) + ", then " + suggestion;
+                    suggestion = set_command(ctx, phy, def.key) + ", then " + suggestion;
                 suggestion += " (saves " + other + " again at the end of the file)";
             } else {
                 suggestion =
@@ -340,39 +373,20 @@ std::vector<RouteLine> lint_route_forms(LintContext &ctx)
 // device's recovery.
 void lint_cmdlines(LintContext &ctx)
 {
-    struct Kind {
-        const char *item;
-        int32_t (*check)(const char *line);
-    };
-    static const Kind kKinds[] = {
-        {"arp",
-         [](const char *line) {
-             kopa_arp_record rec{};
-             return tool_saved_arp_record(line, &rec);
-         }},
-        {"ip_rule",
-         [](const char *line) {
-             kopa_ip_rule_record rec{};
-             return tool_saved_ip_rule_record(line, &rec);
-         }},
-        {"ip_route",
-         [](const char *line) {
-             kopa_ip_route_record rec{};
-             return tool_saved_ip_route_record(line, &rec);
-         }},
-    };
     for (const Piece &p : ctx.pieces) {
         if (p.comment || p.continued)
             continue;
-        for (const Kind &kind : kKinds) {
-            const auto id = id_of_key(key_of(p.text), kind.item);
+        for (const SavedItem *kind : g_saved_items) {
+            if (kind->line_key == nullptr)
+                continue;
+            const auto id = id_of_key(key_of(p.text), kind->line_key);
             if (!id || p.text.find('=') == std::string::npos)
                 continue;
-            if (kind.check(p.text.c_str()) != kOk) {
+            if (kind->check(p.text.c_str()) != kOk) {
                 ctx.add(Severity::kError, p.line,
-                        "the checkers refuse this saved " + std::string(kind.item) + " line: \"" +
-                            p.text + "\": recovery of logical device " + std::to_string(*id) +
-                            " stops here (0x2001)",
+                        "the checkers refuse this saved " + std::string(kind->line_key) +
+                            " line: \"" + p.text + "\": recovery of logical device " +
+                            std::to_string(*id) + " stops here (0x2001)",
                         "edit " + ctx.conf_name + ": correct line " + std::to_string(p.line) +
                             " (docs/policy-routing.md gives the form) or remove it");
             } else if (ctx.logic_ids.count(*id) == 0) {
@@ -449,21 +463,22 @@ void lint_deletions(LintContext &ctx, const std::vector<RouteLine> &routes)
 // the gratuitous ARP only with period and switch.
 void lint_pairs(LintContext &ctx)
 {
-    for (const ItemDef &def : g_ctl_items) {
-        if (def.partner == nullptr || strcmp(def.name, def.partner) > 0)
+    for (const SavedItem *item : g_saved_items) {
+        const SavedItem &def = *item;
+        if (def.partner == nullptr || strcmp(def.key, def.partner) > 0)
             continue;
         for (uint32_t phy : ctx.phy_ids) {
             const std::string id = std::to_string(phy);
-            const bool one = !cfg_find_answer(ctx.host->conf, def.name + ("_" + id)).empty();
+            const bool one = !cfg_find_answer(ctx.host->conf, def.key + ("_" + id)).empty();
             const bool two = !cfg_find_answer(ctx.host->conf, def.partner + ("_" + id)).empty();
             if (one == two)
                 continue;
-            const char *has = one ? def.name : def.partner;
-            const char *lacks = one ? def.partner : def.name;
+            const char *has = one ? def.key : def.partner;
+            const char *lacks = one ? def.partner : def.key;
             ctx.add(Severity::kWarning, 0,
                     "device " + id + " has " + has + " saved without " + lacks +
                         ": recovery replays neither",
-                    set_command(ctx, phy, def.name));
+                    set_command(ctx, phy, def.key));
         }
     }
 }
@@ -676,6 +691,7 @@ int ctl_lint(const CtlOptions & /*opts*/)
 
     lint_line_shapes(ctx);
     lint_buffers(ctx);
+    lint_list_sizes(ctx);
     lint_prefix_reads(ctx);
     const std::vector<RouteLine> routes = lint_route_forms(ctx);
     lint_cmdlines(ctx);

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "main/checkers.hpp"
+#include "cmdline/checkers.hpp"
 #include "vornctl/vornctl.hpp"
 
 namespace

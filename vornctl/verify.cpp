@@ -6,10 +6,10 @@
 #include <string>
 
 #include "base/result.hpp"
+#include "cmdline/identity.hpp"
+#include "cmdline/setting_lock.hpp"
 #include "commands/recovery.hpp"
 #include "log/run_log.hpp"
-#include "main/identity.hpp"
-#include "main/setting_lock.hpp"
 #include "vornctl/host_view.hpp"
 #include "vornctl/vornctl.hpp"
 
@@ -88,6 +88,9 @@ Tally report(const HostView &host)
             default:
                 break;
             }
+            for (const std::string &entry : item.unappliable)
+                printf("dev %u %s: saved %s cannot be applied: the device holds %u\n", dev.phy_id,
+                       item.name, entry.c_str(), item.def->max_entries);
         }
     }
     return tally;

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "commands/replay.hpp"
+#include "commands/saved_item.hpp"
 #include "tests/support/tool_sandbox.hpp"
 
 namespace
@@ -52,8 +53,9 @@ class ArpReplayTest : public ::testing::Test
     /// Every replay item in recovery order, as recovery runs them: the first failure stops.
     int32_t replay_all() const
     {
-        for (const ReplayItem &item : g_replay_items) {
-            const int32_t ret = item.replay(dev_);
+        for (const SavedItem *item : g_saved_items) {
+            const int32_t ret =
+                item->replay != nullptr ? tool_cfg_replay_now(item->replay, dev_) : 0;
             if (ret != 0)
                 return ret;
         }
@@ -116,7 +118,7 @@ TEST_F(ArpReplayTest, MalformedLineStopsTheReplayWithTheCheckersCode)
         SCOPED_TRACE(bad);
         ASSERT_EQ(sb_.emu({"wipe", "2"}).status, 0);
         sb_.set_conf(before + bad + after);
-        EXPECT_EQ(tool_cfg_ip_rule_recovery(dev_), 0x2001);
+        EXPECT_EQ(tool_cfg_replay_now(tool_cfg_ip_rule_recovery, dev_), 0x2001);
         EXPECT_EQ(device("rules"), "from 10.1.0.0/16 table 100\n");
     }
     const std::vector<std::string> bad_lines = {
@@ -137,7 +139,7 @@ TEST_F(ArpReplayTest, ItemsStopAtTheirFirstRefusal)
 {
     struct Case {
         std::string conf, op, result;
-        int32_t (*item)(DevRef);
+        int32_t (*item)(DevRef, const ConfView &);
         int32_t code;
         std::string field, state;
     };
@@ -176,7 +178,7 @@ TEST_F(ArpReplayTest, ItemsStopAtTheirFirstRefusal)
         sb_.set_conf(c.conf);
         if (!c.op.empty())
             fault(c.op, c.result);
-        EXPECT_EQ(c.item(dev_), c.code);
+        EXPECT_EQ(tool_cfg_replay_now(c.item, dev_), c.code);
         EXPECT_EQ(device(c.field), c.state);
     }
 }

@@ -2,6 +2,9 @@
 // suggested command; every recovery buffer checked at its edge; a clean host gives none.
 #include <gtest/gtest.h>
 
+#include <cstring>
+
+#include "commands/saved_item.hpp"
 #include "tests/vornctl/ctl_support.hpp"
 
 namespace
@@ -284,14 +287,13 @@ class CtlLintFileTest : public ::testing::Test
 // characters does not.
 TEST_F(CtlLintFileTest, EveryValueIsCheckedAtTheEdgeOfItsRecoveryBuffer)
 {
-    const std::pair<const char *, size_t> kBuffers[] = {
-        {"mtu", 5},        {"mac_addr", 18},       {"roce_port", 6},       {"address", 20},
-        {"netmask", 20},   {"gateway", 20},        {"netdetect", 20},      {"static_speed", 7},
-        {"auto_adapt", 4}, {"bw_limit", 7},        {"bitmap", 16},         {"prio_tc", 16},
-        {"encoding", 5},   {"send_arp_period", 6}, {"send_arp_status", 6}, {"dscp_tc", 384},
-    };
+    std::vector<std::pair<const char *, size_t>> buffers;
+    for (const SavedItem *def : g_saved_items) {
+        if (def->buffer != 0)
+            buffers.emplace_back(def->key, def->buffer);
+    }
     std::string fits, too_long;
-    for (const auto &[item, size] : kBuffers) {
+    for (const auto &[item, size] : buffers) {
         // A line holds 383 characters: the DSCP list cannot outgrow its buffer.
         if (size < 300)
             too_long += std::string(item) + "_1=" + std::string(size, '9') + "\n";
@@ -300,7 +302,7 @@ TEST_F(CtlLintFileTest, EveryValueIsCheckedAtTheEdgeOfItsRecoveryBuffer)
     }
     sb_.set_conf(fits + too_long);
     const ProcResult r = run_ctl(sb_, {"lint"});
-    for (const auto &[item, size] : kBuffers) {
+    for (const auto &[item, size] : buffers) {
         const std::string fit_finding = std::string(item) + "_2: its value";
         EXPECT_EQ(r.out.find(fit_finding), std::string::npos) << fit_finding;
         if (size > 300)
@@ -310,6 +312,81 @@ TEST_F(CtlLintFileTest, EveryValueIsCheckedAtTheEdgeOfItsRecoveryBuffer)
                                     "-byte recovery buffer of " + item;
         EXPECT_NE(r.out.find(finding), std::string::npos) << finding << "\nin:\n" << r.out;
     }
+}
+
+// Every saved item: a value (or line) that its replay refuses is an error of lint. The values
+// are the first of a hostile administrator's that the item's own check refuses and that fit its
+// buffer, so an item whose check lets all of them through fails here.
+TEST_F(CtlLintFileTest, EveryItemsRefusedValueIsAnError)
+{
+    const char *const kHostile[] = {"67",
+                                    "99999",
+                                    "3",
+                                    "01:00:5e:00:00:01",
+                                    "2,0,0,0,0,0,0,0",
+                                    "64:1",
+                                    "101,0,0,0,0,0,0,0",
+                                    "x",
+                                    "256.0.0.1",
+                                    "255.255.0.255",
+                                    "dev eth9 ip 10.0.0.1 mac 00:11:22:33:44:55",
+                                    "dir up ip 10.0.0.0 ip_mask 8 table 1",
+                                    "ip 10.0.0.0 ip_mask 40 via 10.0.0.1 dev eth0 table 1"};
+    std::string conf;
+    std::vector<std::string> keys;
+    for (const SavedItem *item : g_saved_items) {
+        const std::string key = item->line_key != nullptr ? std::string(item->line_key) + "_0"
+                                : item->buffer == 0 ? std::string("route_address_x_netmask_y_1")
+                                                    : std::string(item->key) + "_1";
+        const char *refused = nullptr;
+        for (const char *value : kHostile) {
+            const std::string line = key + "=" + value;
+            const bool fits = item->buffer == 0 || strlen(value) < item->buffer;
+            const int32_t ret = item->check(item->buffer == 0 ? line.c_str() : value);
+            const bool device =
+                ret == 0 && item->device_check != nullptr && item->device_check(value) != 0;
+            if (fits && (ret != 0 || device)) {
+                refused = value;
+                break;
+            }
+        }
+        ASSERT_NE(refused, nullptr) << item->key << " takes every hostile value";
+        conf += key + "=" + refused + "\n";
+        keys.push_back(key);
+    }
+    sb_.set_conf(conf);
+    const ProcResult r = run_ctl(sb_, {"lint"});
+    EXPECT_EQ(r.status, 1) << r.out;
+    for (size_t i = 0; i < keys.size(); ++i) {
+        const std::string at = "error: " + sb_.conf_path() + ":" + std::to_string(i + 1) + ": ";
+        EXPECT_NE(r.out.find(at), std::string::npos) << keys[i] << "\nin:\n" << r.out;
+    }
+}
+
+// Lists longer than the device holds are warnings; verify names what cannot be applied.
+TEST_F(CtlLintFileTest, ListsLongerThanTheDeviceHoldsAreWarnings)
+{
+    const uint32_t held = saved_item("ip_rules")->max_entries;
+    std::string conf;
+    for (uint32_t i = 0; i < held + 2; ++i)
+        conf += "ip_rule_0=dir from ip 10.1." + std::to_string(i) + ".0 ip_mask 24 table 1\n";
+    sb_.set_conf(conf);
+    const ProcResult lint = run_ctl(sb_, {"lint"});
+    EXPECT_EQ(lint.status, 1) << lint.out;
+    EXPECT_NE(lint.out.find("warning: host: ip_rule_0: " + std::to_string(held + 2) +
+                            " saved policy rules, the device holds " + std::to_string(held) +
+                            ": the 2 past them cannot be applied"),
+              std::string::npos)
+        << lint.out;
+    ASSERT_EQ(sb_.tool({"-i", "0", "-cfg", "recovery"}).status, 0);
+    const ProcResult verify = run_ctl(sb_, {"verify", "-i", "0"});
+    EXPECT_EQ(verify.status, 0) << verify.out << verify.err;
+    EXPECT_NE(verify.out.find("dev 0 ip_rules: saved dir from ip 10.1." + std::to_string(held + 1) +
+                              ".0 ip_mask 24 table 1 cannot be applied: the device holds " +
+                              std::to_string(held)),
+              std::string::npos)
+        << verify.out;
+    EXPECT_NE(verify.out.find("no drift:"), std::string::npos) << verify.out;
 }
 
 TEST_F(CtlLintFileTest, MissingFileIsAnError)

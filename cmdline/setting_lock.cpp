@@ -1,6 +1,6 @@
 // The setting lock, held like iptables' xtables.lock: an exclusive flock on a file in /run,
 // whose content names the process that holds it.
-#include "main/setting_lock.hpp"
+#include "cmdline/setting_lock.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>
