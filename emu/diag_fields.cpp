@@ -245,9 +245,13 @@ bool get_diag_field(const DeviceState &d, std::string_view name, std::string &ou
         out.clear();
         for (uint32_t i = 0; i < d.process_count && i < kMaxProcesses; ++i) {
             const kopa_process_record &p = d.processes[i];
-            out += (i == 0 ? "" : "\n") + std::to_string(p.pid) + " " +
-                   std::to_string(p.memory_mb) + " " +
-                   std::string(p.name, strnlen(p.name, sizeof p.name));
+            if (i != 0)
+                out += '\n';
+            out += std::to_string(p.pid);
+            out += ' ';
+            out += std::to_string(p.memory_mb);
+            out += ' ';
+            out.append(p.name, strnlen(p.name, sizeof p.name));
         }
     } else if (name == "perftest") {
         const PerftestState &t = d.perftest;
