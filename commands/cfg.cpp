@@ -152,7 +152,8 @@ int32_t tool_cfg_recover_device(DevRef dev)
     for (const ReplayItem &item : g_replay_items) {
         const int32_t ret = item.replay(dev);
         if (ret != kOk) {
-            DRV_ERR("recover cfg fail[%d] phy_id[%u] (%s)", ret, dev.phy_id, item.name);
+            DRV_ERR("recover cfg fail[%d] phy_id[%u]", ret, dev.phy_id);
+            DRV_ERR("failed recovery item: %s", item.name);
             tool_cfg_status_set(dev, kStatusFail);
             return ret;
         }

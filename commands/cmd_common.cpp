@@ -69,14 +69,13 @@ int32_t cmd_copy_ip_word(const CallSite &where, char (&dst)[kIpTextSize], const 
 }
 
 int32_t cmd_save_item(const CallSite &where, uint32_t phy_id, const char *item, const char *value,
-                      const char *user_text)
+                      const char *user_text, const char *log_text)
 {
     int ret = cfg_write_conf(phy_id, item, value);
     if (ret == 0)
         return kOk;
     if (drv_log_enabled(KELVAR_LEVEL_ERROR))
-        drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, "write cfg error[%d], phy_id[%u]",
-                      ret, phy_id);
+        drv_log_write(KELVAR_LEVEL_ERROR, where.func, where.line, log_text, ret, phy_id);
     fputs(user_text, stderr);
     return ret;
 }

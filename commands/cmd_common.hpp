@@ -47,11 +47,16 @@ struct CallSite {
                                        const char *src, const char *name, bool run_log,
                                        const char *log_tail = "");
 
-/// Saves `value` as the `item` of device `phy_id`. On failure: driver-log error
-/// "write cfg error[<code>], phy_id[<id>]", then `user_text` on standard error. Returns the
-/// store's code (0 when saved).
+/// The driver-log text of a failed save that most commands share: the store's code, then the
+/// physical id.
+inline constexpr const char *kSaveFailedLog = "write cfg error[%d], phy_id[%u]";
+
+/// Saves `value` as the `item` of device `phy_id`. On failure: the driver-log error `log_text`
+/// (the command's own, formatted with the store's code and the physical id), then `user_text`
+/// on standard error. Returns the store's code (0 when saved).
 [[nodiscard]] int32_t cmd_save_item(const CallSite &where, uint32_t phy_id, const char *item,
-                                    const char *value, const char *user_text);
+                                    const char *value, const char *user_text,
+                                    const char *log_text = kSaveFailedLog);
 
 /// A set whose exchange broke (the channel or the reply failed, kErrnoInval) may have reached
 /// the device before its reply was lost. `held()` reads the item back and says whether the device

@@ -89,7 +89,9 @@ struct DscpList {
     return true;
 }
 
-[[nodiscard]] int32_t send_dscp(DevRef dev, uint32_t dscp, uint32_t tc)
+// A refusal is a device failure (0x4001) to the command; replay applies the entry through the
+// device operation itself and returns its code.
+[[nodiscard]] int32_t send_dscp(DevRef dev, uint32_t dscp, uint32_t tc, SetMode mode)
 {
     const kopa_dscp_map_set entry{static_cast<uint8_t>(dscp), static_cast<uint8_t>(tc), {}};
     int dev_ret = kopa_set_dscp_map(dev.logic_id, &entry);
@@ -99,7 +101,7 @@ struct DscpList {
         })) {
         DRV_ERR("kopa set dscp map fail ret[%d] logic_id[%u] dscp[%u] tc[%u]", dev_ret,
                 dev.logic_id, dscp, tc);
-        return kopa_err_to_vorn_err(dev_ret);
+        return mode == SetMode::kRecovery ? dev_ret : kopa_err_to_vorn_err(dev_ret);
     }
     return kOk;
 }
@@ -170,7 +172,7 @@ int32_t tool_dscp_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
         if (ret != kOk)
             return ret;
     }
-    ret = send_dscp(dev_of(info), dscp, tc);
+    ret = send_dscp(dev_of(info), dscp, tc, SetMode::kCommand);
     if (ret != kOk) {
         DRV_ERR("set dscp to tc map failed, logic_id[%u]", info->logic_id);
         return ret;
@@ -228,7 +230,7 @@ int32_t tool_cfg_dscp_recovery(DevRef dev)
     for (uint32_t dscp = 0; dscp < kDscpCount; ++dscp) {
         if (list.tc[dscp] == kNotSaved)
             continue;
-        ret = send_dscp(dev, dscp, list.tc[dscp]);
+        ret = send_dscp(dev, dscp, list.tc[dscp], SetMode::kRecovery);
         if (ret != kOk) {
             DRV_ERR("dscp_tc set fail ret[%d] logic_id[%u] dscp[%u]", ret, dev.logic_id, dscp);
             return ret;

@@ -67,7 +67,7 @@ constexpr const char *kHelpGeneric =
 }
 
 /// Checks a switch text ("0" or "1") and sets the optical auto-adaptation. Saves nothing. 0,
-/// 0x2001 or 0x4001.
+/// 0x2001, or a refusal: 0x4001 for the command, the device operation's own code on replay.
 [[nodiscard]] int32_t tool_set_auto_adapt(DevRef dev, const char *text, SetMode mode)
 {
     if (strcmp(text, "0") != 0 && strcmp(text, "1") != 0) {
@@ -86,7 +86,7 @@ constexpr const char *kHelpGeneric =
             return kopa_get_generic_info(dev.logic_id, &held) == 0 && held.auto_adapt == rec.enable;
         })) {
         DRV_ERR("kopa set auto adapt fail ret[%d] logic_id[%u]", ret, dev.logic_id);
-        return kopa_err_to_vorn_err(ret);
+        return mode == SetMode::kRecovery ? ret : kopa_err_to_vorn_err(ret);
     }
     return kOk;
 }

@@ -120,13 +120,10 @@ struct IpText {
 [[nodiscard]] int32_t tool_check_route_net_segment(const cmd_parse_info *info, const char *address,
                                                    const char *netmask)
 {
-    in_addr addr{};
-    in_addr mask{};
-    // An unparsable text names no segment; the validation that follows refuses it.
-    if (inet_pton(AF_INET, address, &addr) != 1 || inet_pton(AF_INET, netmask, &mask) != 1)
-        return kOk;
+    // Read as the conflict rule reads them (inet_addr), before they are validated: a text that
+    // does not convert reads as 255.255.255.255, and the routes are pruned against that.
     int32_t ret = tool_read_vorn_conf_handle_action(dev_of(info), RouteAction::kDelOutsideSegment,
-                                                    addr.s_addr, mask.s_addr);
+                                                    inet_addr(address), inet_addr(netmask));
     if (ret != 0) {
         fprintf(stderr, "Failed to check the route network segment in the config file.\n");
         DRV_ERR("tool_check_route_net_segment: route not in the same net segment del failed! "

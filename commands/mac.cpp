@@ -28,7 +28,6 @@ int32_t tool_mac_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
     int ret = kopa_get_mac_address(info->logic_id, kNetPort, mac);
     if (ret != 0) {
         DRV_ERR("KOPA get mac addr fail. (ret=%d; logic_id=%u)", ret, info->logic_id);
-        DRV_ERR("tool_get_mac fail, ret:%d", kopa_err_to_vorn_err(ret));
         return kopa_err_to_vorn_err(ret);
     }
     printf("mac addr: %02x:%02x:%02x:%02x:%02x:%02x\n", mac[0], mac[1], mac[2], mac[3], mac[4],
@@ -55,11 +54,12 @@ int32_t tool_mac_set_cmd(int argc, char **argv, cmd_parse_info *info)
     // The device keeps the new address even when it cannot be saved.
     return cmd_save_item(CMD_HERE, info->phy_id, kMacItem, argv[2],
                          "Failed to write the MAC address to config file. User configurations "
-                         "cannot be persisted\n");
+                         "cannot be persisted\n",
+                         "Write cfg error. (ret=%d; phy_id=%u)");
 }
 
 constexpr CmdOp kMacOps[] = {
-    {"-g", 1, false, tool_mac_get_cmd},
+    {"-g", 1, false, tool_mac_get_cmd, nullptr, "tool_get_mac fail, ret:%d"},
     {"-s", kOwnCount, true, tool_mac_set_cmd},
 };
 

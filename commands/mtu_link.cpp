@@ -66,7 +66,6 @@ int32_t tool_link_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
     int ret = kopa_set_netdev_link(info->logic_id, kNetPort, kLinkDown);
     if (ret != 0) {
         DRV_ERR("kopa set net dev down fail! ret[%d] logic_id[%u]", ret, info->logic_id);
-        DRV_ERR("tool_link_set_shutdown fail, ret:%d, logic_id:%u", kErrKopa, info->logic_id);
         return kErrKopa;
     }
     return kOk;
@@ -93,7 +92,7 @@ constexpr CmdOp kMtuOps[] = {
 };
 
 constexpr CmdOp kLinkOps[] = {
-    {"-s", 2, true, tool_link_set_cmd},
+    {"-s", 2, true, tool_link_set_cmd, nullptr, "tool_link_set_shutdown fail, ret:%d, logic_id:%u"},
     {"-g", 1, false, tool_link_get_cmd},
 };
 

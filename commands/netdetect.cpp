@@ -48,7 +48,7 @@ constexpr const char *kNetdetectItem = "netdetect";
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_set_netdetect(char **argv, const cmd_parse_info *info)
+int32_t tool_set_netdetect(int /*argc*/, char **argv, cmd_parse_info *info)
 {
     if (strcmp(argv[1], "address") != 0)
         return cmd_err_unknown_option(CMD_HERE, nullptr, "Get unknown cmd, do you mean address.\n");
@@ -74,7 +74,7 @@ constexpr const char *kNetdetectItem = "netdetect";
     return kOk;
 }
 
-[[nodiscard]] int32_t tool_get_netdetect(const cmd_parse_info *info)
+int32_t tool_get_netdetect(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
     uint32_t address = 0;
     int ret = kopa_get_net_detect_ip_address(info->logic_id, 0, &address);
@@ -93,25 +93,9 @@ constexpr const char *kNetdetectItem = "netdetect";
     return kOk;
 }
 
-int32_t tool_netdetect_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
-{
-    int32_t ret = tool_set_netdetect(argv, info);
-    if (ret != kOk)
-        DRV_ERR("tool_set_netdetect fail, ret:%d", ret);
-    return ret;
-}
-
-int32_t tool_netdetect_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
-{
-    int32_t ret = tool_get_netdetect(info);
-    if (ret != kOk)
-        DRV_ERR("tool_get_netdetect fail, ret:%d", ret);
-    return ret;
-}
-
 constexpr CmdOp kNetdetectOps[] = {
-    {"-s", 3, true, tool_netdetect_set_cmd},
-    {"-g", 1, false, tool_netdetect_get_cmd},
+    {"-s", 3, true, tool_set_netdetect, nullptr, "tool_set_netdetect fail, ret:%d"},
+    {"-g", 1, false, tool_get_netdetect, nullptr, "tool_get_netdetect fail, ret:%d"},
 };
 
 constexpr CmdMask kNetdetectMasks[] = {{"address", 5}};

@@ -165,8 +165,12 @@ int ConfSession::open(const char *path)
     const size_t path_len = strnlen(path, kPathMax + 1);
     char real_path[PATH_MAX + 1] = {};
     if (path_len > kPathMax || !resolve_path(path, real_path)) {
-        DRV_ERR("%s path_len[%u] > PATH_MAX or conf_path is invalid, err[%d]", verb_of(access_),
-                static_cast<unsigned>(path_len), errno);
+        // The route walk words its failure without the length.
+        if (access_ == ConfAccess::kWalk)
+            DRV_ERR("read path_len > PATH_MAX or conf_path is invalid, err[%d]", errno);
+        else
+            DRV_ERR("%s path_len[%u] > PATH_MAX or conf_path is invalid, err[%d]", verb_of(access_),
+                    static_cast<unsigned>(path_len), errno);
         return kErrSysNull;
     }
     path_ = real_path;

@@ -77,16 +77,18 @@ int32_t cmd_dispatch(const CmdDesc &cmd, int argc, char **argv, cmd_parse_info *
     }
     if (op == nullptr)
         return refuse_operation(cmd);
+    int32_t ret = kOk;
     if (op->argc != kOwnCount && argc != op->argc) {
         log_argc(cmd, op->argc_log != nullptr ? op->argc_log : cmd.argc_log, argc);
-        return kErrArgCount;
-    }
-    if (op->changes_settings) {
-        const int32_t ret = take_setting_lock();
-        if (ret != kOk)
+        ret = kErrArgCount;
+    } else {
+        if (op->changes_settings && (ret = take_setting_lock()) != kOk)
             return ret;
+        ret = op->run(argc, argv, info);
     }
-    return op->run(argc, argv, info);
+    if (ret != kOk && op->fail_log != nullptr && drv_log_enabled(KELVAR_LEVEL_ERROR))
+        drv_log_write(KELVAR_LEVEL_ERROR, cmd.handler, __LINE__, op->fail_log, ret, info->logic_id);
+    return ret;
 }
 
 int32_t insert_cmd_list(const cmd_record *records, int count)

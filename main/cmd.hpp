@@ -37,6 +37,9 @@ struct CmdOp {
     bool changes_settings; ///< takes the setting lock before it runs
     CmdHandler run;
     const char *argc_log = nullptr; ///< driver-log text of a wrong count; null: the command's
+    /// Driver-log text that the handler writes after any failure of the operation, a count that
+    /// the dispatcher refused included, with the result code and the logical id; null: none.
+    const char *fail_log = nullptr;
 };
 
 /// Where a command writes the reason when it refuses an unknown operation word.

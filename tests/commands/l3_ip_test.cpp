@@ -116,14 +116,37 @@ TEST_F(IpCmdTest, AddressChangeInsideTheSegmentReplaysTheSavedGateway)
     EXPECT_EQ(run(0, {"-gateway", "-g"}).out, "default gateway:10.0.0.1, Iface:eth0\n");
 }
 
+// Pruning reads the texts as the conflict rule does (inet_addr), before they are validated: a
+// text that does not convert reads as 255.255.255.255, and "10.0.0" as 10.0.0.0.
 TEST_F(IpCmdTest, RoutesArePrunedEvenWhenTheAddressIsThenRefused)
 {
-    const std::string conf = "route_address_20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n";
-    sb_.set_conf(conf);
-    ProcResult r = run(0, {"-ip", "-s", "address", "255.255.255.255", "netmask", "255.255.255.0"});
-    EXPECT_EQ(r.status, 7);
-    EXPECT_EQ(r.err, "The IP address is invalid!\n");
-    EXPECT_EQ(sb_.conf(), "");
+    const std::string r1 = "route_address_20.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.1\n";
+    const std::string r2 = "route_address_30.0.0.0_netmask_255.0.0.0_0=gateway_255.255.255.9\n";
+    const std::string r3 = "route_address_40.0.0.0_netmask_255.0.0.0_0=gateway_10.0.0.2\n";
+    const std::string bad_address = "The IP address is invalid!\n";
+    const std::string bad_netmask = "The netmask is invalid!\n";
+    struct Case {
+        std::vector<std::string> args; // after -s
+        std::string err, kept;
+    };
+    const Case cases[] = {
+        {{"address", "255.255.255.255", "netmask", "255.255.255.0"}, bad_address, r2},
+        {{"address", "1.2.3.4.5", "netmask", "255.255.255.0"}, bad_address, r2},
+        {{"address", "10.0.0", "netmask", "255.255.255.0"}, bad_address, r1 + r3},
+        {{"address", "10.0.0.2", "netmask", "255.255.255.256"}, bad_netmask, r3},
+        // A repeated key keeps its last value and leaves the netmask empty.
+        {{"address", "10.0.0.9", "address", "10.0.0.2"}, bad_netmask, r3},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.args[1] + " " + c.args[3]);
+        sb_.set_conf(r1 + r2 + r3);
+        std::vector<std::string> args = {"-ip", "-s"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        ProcResult r = run(0, args);
+        EXPECT_EQ(r.status, 7);
+        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(sb_.conf(), c.kept);
+    }
     EXPECT_EQ(run(0, {"-ip", "-g"}).out, "ipaddr:0.0.0.0\nnetmask:0.0.0.0\n");
 }
 

@@ -1,4 +1,5 @@
 // End-to-end tests of -route: add, list, delete and clear, the saved lines and their walk.
+#include <filesystem>
 #include <thread>
 
 #include "tests/commands/l3_fixture.hpp"
@@ -144,6 +145,31 @@ TEST_F(RouteCmdTest, MalformedSavedRouteStopsTheWalk)
         EXPECT_EQ(r.status, 244) << bad;
         EXPECT_EQ(sb_.conf(), bad);
     }
+}
+
+// Every walk (clear, and the pruning of an address change) names a file it cannot resolve in
+// its own words.
+TEST_F(RouteCmdTest, WalkOfAnUnresolvableFileFails)
+{
+    const std::string etc = sb_.conf_path().substr(0, sb_.conf_path().rfind('/'));
+    std::filesystem::remove_all(etc);
+    const std::vector<std::string> cases[] = {
+        {"-route", "-c", "Clear route table in config file failed.\n"},
+        {"-ip", "-s", "address", "10.0.0.2", "netmask", "255.255.255.0",
+         "Failed to check the route network segment in the config file.\n"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c[0]);
+        std::filesystem::remove(sb_.emu_dir() + "/driver.log");
+        ProcResult r = run(0, {c.begin(), c.end() - 1});
+        EXPECT_EQ(r.status, 2); // 0x3002
+        EXPECT_EQ(r.err, c.back() + "Cmd execute failed!\n");
+        EXPECT_NE(
+            sb_.driver_log().find("]read path_len > PATH_MAX or conf_path is invalid, err[2]\n"),
+            std::string::npos)
+            << sb_.driver_log();
+    }
+    EXPECT_EQ(device(0, "roce-ip"), "0.0.0.0");
 }
 
 TEST_F(RouteCmdTest, ConcurrentAddsOnTwoDevicesLoseNoSavedLine)

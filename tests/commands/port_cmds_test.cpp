@@ -202,7 +202,22 @@ TEST_F(PortCommandsTest, RefusalsAreLoggedUnderTheRefusingHandler)
         {{"-mtu"}, "\\[tool_mtu_cmd_execute \\d+\\]err argc\\[0\\]\n", ""},
         {{"-mtu", "-s", "size"}, "\\[tool_mtu_cmd_execute \\d+\\]err argc\\[2\\]\n", ""},
         {{"-mtu", "-x"}, "", "PROMPT MINOR .* cmd\\.cpp:\\d+ >>> invalid operation\n"},
-        {{"-link", "-s", "up"}, "", "PROMPT MINOR .* mtu_link\\.cpp:\\d+ >>> invalid option\n"},
+        {{"-link", "-s", "up"},
+         "\\[tool_link_cmd_execute \\d+\\]tool_link_set_shutdown fail, ret:8195, logic_id:0\n",
+         "PROMPT MINOR .* mtu_link\\.cpp:\\d+ >>> invalid option\n"},
+        // A count refused before the operation ran still ends with the operation's failure line.
+        {{"-mac", "-g", "x"},
+         "\\[tool_mac_cmd_execute \\d+\\]err argc\\[2\\]\n.*\\[tool_mac_cmd_execute "
+         "\\d+\\]tool_get_mac fail, ret:8197\n",
+         ""},
+        {{"-netdetect", "-g", "x"},
+         "\\]err argc\\[2\\]\n.*\\[tool_netdetect_cmd_execute \\d+\\]tool_get_netdetect fail, "
+         "ret:8197\n",
+         ""},
+        {{"-netdetect", "-s", "address"},
+         "\\]err argc\\[2\\]\n.*\\[tool_netdetect_cmd_execute \\d+\\]tool_set_netdetect fail, "
+         "ret:8197\n",
+         ""},
         {{"-udp", "-g", "x"}, "\\[tool_roce_port_cmd_execute \\d+\\]err argc\\[2\\]\n", ""},
         {{"-vnic", "-s"}, "", "PROMPT MINOR .* cmd\\.cpp:\\d+ >>> invalid operation\n"},
         {{"-mac", "-s", "address", "00:11:22:33:44:55"},
@@ -247,20 +262,25 @@ TEST_F(PortCommandsTest, SaveFailureReportsItemAndKeepsDeviceChange)
     const std::vector<std::string> cases[] = {
         {"-mtu", "size", "9000", "mtu", "9000",
          "Failed to write the MTU to the config file, and "
-         "user configurations cannot be persisted.\n"},
+         "user configurations cannot be persisted.\n",
+         "]write cfg error[12292], phy_id[0]\n"},
         {"-mac", "mac", "00:11:22:33:44:55", "mac", "00:11:22:33:44:55",
-         "Failed to write the MAC address to config file." + tail + "\n"},
+         "Failed to write the MAC address to config file." + tail + "\n",
+         "]Write cfg error. (ret=12292; phy_id=0)\n"},
         {"-udp", "port", "5000", "udp-port", "5000",
-         "Failed to write the ROCE port to config file." + tail + ".\n"},
+         "Failed to write the ROCE port to config file." + tail + ".\n",
+         "]write cfg error[12292], phy_id[0]\n"},
     };
     std::filesystem::remove(sb_.conf_path());
     std::filesystem::create_directory(sb_.conf_path());
     for (const auto &c : cases) {
         SCOPED_TRACE(c[0]);
+        std::filesystem::remove(sb_.emu_dir() + "/driver.log");
         ProcResult r = run({c[0], "-s", c[1], c[2]});
         EXPECT_EQ(r.status, 4);
         EXPECT_EQ(r.err, c[5] + kWriteFailed);
         EXPECT_EQ(device(c[3]), c[4]);
+        EXPECT_NE(sb_.driver_log().find(c[6]), std::string::npos) << sb_.driver_log();
     }
 }
 

@@ -2,6 +2,8 @@
 // order and the stops of the replay, and -a over devices of which one is unhealthy.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -62,18 +64,40 @@ TEST_F(RecoveryTest, SavedItemsComeBackAfterAReset)
     EXPECT_EQ(status(0), "config status:SUCCESS\n");
 }
 
-// The first failing item stops the device: the items after it are not replayed.
-TEST_F(RecoveryTest, FailingMtuItemLeavesLaterItemsUnappliedAndStatusFail)
+// The first failing item stops the device: the items after it are not replayed. The item's code
+// is the run's: an item applied through a device operation returns the device's own code.
+TEST_F(RecoveryTest, FailingItemLeavesLaterItemsUnappliedAndStatusFail)
 {
-    sb_.set_conf("mtu_0=9000\nmac_addr_0=00:11:22:33:44:55\nroce_port_0=5000\n");
-    ASSERT_EQ(sb_.emu({"fault", "add", "--op", "set_mtu", "--result", "-1", "--count", "1"}).status,
-              0);
-    ProcResult r = run(0, {"-cfg", "recovery"});
-    EXPECT_EQ(r.status, 1);
-    EXPECT_EQ(r.err, "Command execute failed!\n");
-    EXPECT_EQ(device(0, "mac"), "00:e0:fc:00:00:00");
-    EXPECT_EQ(device(0, "udp-port"), "4791");
-    EXPECT_EQ(status(0), "config status:FAIL\n");
+    struct Case {
+        std::string op, result;
+        int status;
+        std::string err, mac, log;
+    };
+    const Case cases[] = {
+        {"set_mtu", "-1", 1, "Command execute failed!\n", "00:e0:fc:00:00:00",
+         "recover cfg fail\\[16385\\] phy_id\\[0\\]\n.*\\]failed recovery item: "
+         "tool_cfg_mtu_recovery\n"},
+        {"set_dscp_map", "-5", 251, "Cmd execute failed!\n", "00:11:22:33:44:55",
+         "recover cfg fail\\[-5\\] phy_id\\[0\\]\n.*\\]failed recovery item: "
+         "tool_cfg_dscp_recovery\n"},
+    };
+    for (const Case &c : cases) {
+        SCOPED_TRACE(c.op);
+        ASSERT_EQ(sb_.emu({"init", "--devices", "3"}).status, 0);
+        std::remove((sb_.emu_dir() + "/driver.log").c_str());
+        sb_.set_conf(
+            "mtu_0=9000\nmac_addr_0=00:11:22:33:44:55\ndscp_tc_0=10:3\nroce_port_0=5000\n");
+        ASSERT_EQ(sb_.emu({"fault", "add", "--op", c.op, "--result", c.result}).status, 0);
+        ProcResult r = run(0, {"-cfg", "recovery"});
+        EXPECT_EQ(r.status, c.status);
+        EXPECT_EQ(r.err, c.err);
+        EXPECT_EQ(device(0, "mac"), c.mac);
+        EXPECT_EQ(device(0, "udp-port"), "4791");
+        EXPECT_EQ(status(0), "config status:FAIL\n");
+        const std::string drv = sb_.driver_log();
+        EXPECT_TRUE(std::regex_search(drv, std::regex(c.log))) << drv;
+        ASSERT_EQ(sb_.emu({"fault", "clear"}).status, 0);
+    }
 }
 
 TEST_F(RecoveryTest, AllDevicesGoOnPastAnUnhealthyOne)
