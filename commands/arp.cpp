@@ -4,9 +4,13 @@
 // An entry is saved as one command line "arp_<logic_id>=dev ethN ip A mac M", keyed by the
 // device's logical id like every saved command line, in that canonical form (the MAC in lower
 // case), so that the line of an entry can be found by its port and address.
+#include <arpa/inet.h>
+
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "base/result.hpp"
@@ -37,13 +41,40 @@ struct ArpText {
     char mac[kMacTextSize];
 };
 
+// A typed entry names a neighbour: no address or MAC that no single host can have (the
+// unspecified and broadcast addresses, loopback, multicast; a group, broadcast or all-zero MAC),
+// which would only shadow real traffic. Saved lines are replayed as they were accepted.
+int32_t check_neighbour_ip(const char *text)
+{
+    uint32_t address = 0;
+    if (tool_check_param("ip", text) != kOk || tool_inet_pton_ipv4_address(text, &address) != kOk)
+        return kErrParamInvalid;
+    const uint32_t host = ntohl(address);
+    const uint32_t first = host >> 24;
+    if (host == 0 || host == 0xFFFFFFFFU || first == 127 || (first & 0xF0) == 0xE0)
+        return kErrParamInvalid;
+    return kOk;
+}
+
+int32_t check_neighbour_mac(const char *text)
+{
+    uint8_t mac[kMacLen] = {};
+    if (tool_check_param("mac", text) != kOk || tool_mac_str2char(text, mac, kMacLen) != kOk)
+        return kErrParamInvalid;
+    const bool zero = std::all_of(std::begin(mac), std::end(mac), [](uint8_t b) { return b == 0; });
+    return (mac[0] & 1) != 0 || zero ? kErrParamInvalid : kOk;
+}
+
 [[nodiscard]] int32_t read_arp_words(const CallSite &where, int argc, char **argv, bool with_mac,
                                      WordsFrom from, ArpText *text)
 {
+    const bool neighbour = with_mac && from == WordsFrom::kTyped;
     const KeywordArg args[] = {
         {"dev", text->dev, sizeof(text->dev)},
-        {"ip", text->ip, sizeof(text->ip)},
-        {"mac", text->mac, sizeof(text->mac)},
+        {"ip", text->ip, sizeof(text->ip), neighbour ? check_neighbour_ip : nullptr,
+         neighbour ? "a unicast IPv4 address such as 10.0.0.5" : nullptr},
+        {"mac", text->mac, sizeof(text->mac), neighbour ? check_neighbour_mac : nullptr,
+         neighbour ? "a unicast MAC address such as 00:11:22:33:44:55" : nullptr},
     };
     int32_t ret = cmd_read_keywords(where, argc, argv, std::span(args, with_mac ? 3 : 2), from);
     if (ret != kOk)

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/recovery.hpp"
 #include "commands/replay.hpp"
 #include "config/store.hpp"
@@ -45,6 +46,7 @@ int32_t tool_cfg_cmd_recovery(int /*argc*/, char ** /*argv*/, cmd_parse_info *in
 // Every device in list order; one that fails never stops the others.
 int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
+    cmd_stdout_by_line();
     int count = 0;
     int ret = kopa_get_device_count(&count);
     if (ret != 0 || count < 0 || count > KOPA_MAX_DEVICES) {
@@ -56,6 +58,12 @@ int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info
         DRV_ERR("kopa_list_device fail! ret=%d, count=%d", ret, count);
         return kErrKopa;
     }
+    // Nothing to recover is no failure, yet at boot it is rarely what was meant: the driver may
+    // not be up, and a quiet success would hide it.
+    if (count == 0)
+        fputs("No device was found: no configuration was recovered.\n", stderr);
+    // One copy of the file serves every device: the setting lock keeps every writer out.
+    ConfSnapshot snapshot;
     int err_count = 0;
     for (int i = 0; i < count; ++i) {
         const uint32_t logic_id = static_cast<uint32_t>(ids[i]);

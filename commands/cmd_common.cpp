@@ -11,6 +11,11 @@
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 
+void cmd_stdout_by_line()
+{
+    (void)setvbuf(stdout, nullptr, _IOLBF, 0);
+}
+
 int32_t cmd_err_argc(const CallSite &where, int argc)
 {
     if (drv_log_enabled(KELVAR_LEVEL_ERROR))

@@ -20,6 +20,11 @@ struct CallSite {
 /// The call site of the line it stands on.
 #define CMD_HERE (CallSite{__func__, __FILE_NAME__, __LINE__})
 
+/// Makes standard output line-buffered for a command whose lines come one by one over a long run
+/// and are read as they come (through a pipe, as into the journal, they would otherwise wait
+/// for the run's end). Call before the command's first output.
+void cmd_stdout_by_line();
+
 /// Refuses a wrong number of words: driver-log error "err argc[<argc>]". Returns kErrArgCount.
 [[nodiscard]] int32_t cmd_err_argc(const CallSite &where, int argc);
 

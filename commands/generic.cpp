@@ -34,14 +34,14 @@ constexpr const char *kHelpGeneric =
     "       auto_adapt %d : optical auto adapt, 0: disable, 1: enable\n"
     "   [-g]        : get static speed and optical auto adapt \n";
 
-/// Checks a speed text (digits only, at most 6 of them: the saved value must fit its replay
+/// Checks a speed text (a plain number of at most 6 digits: the saved value must fit its replay
 /// buffer) against the port's speeds and sets it. Saves nothing. 0, 0x2001 or 0x4001.
 [[nodiscard]] int32_t tool_set_static_speed(DevRef dev, const char *text, SetMode mode)
 {
     const size_t len = strlen(text);
     uint32_t speed = 0;
     bool known = false;
-    if (len != 0 && len < kSpeedValueSize && check_str_is_num(text, len) == 0) {
+    if (len < kSpeedValueSize && is_plain_number(text)) {
         speed = static_cast<uint32_t>(atoi(text));
         for (uint32_t s : kStaticSpeeds)
             known = known || s == speed;
@@ -105,11 +105,8 @@ int32_t tool_generic_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
         DRV_ERR("set %s failed, logic_id[%u]", argv[1], info->logic_id);
         return ret;
     }
-    // Saved as a number without leading zeros; the device keeps the change even when it cannot
-    // be saved.
-    char value[kSpeedValueSize];
-    if (!format_text(value, sizeof(value), "%d", atoi(argv[2])))
-        return kErrSysCopy;
+    // Saved as typed; the device keeps the change even when it cannot be saved.
+    const char *value = argv[2];
     if (speed)
         return cmd_save_item(CMD_HERE, info->phy_id, kSpeedItem, value,
                              "Failed to write the static speed to the config file, and user "

@@ -122,6 +122,7 @@ bool print_outcome(const PingArgs &args, uint32_t seq, const kopa_ping_reply &re
 
 int32_t tool_ping_get_cmd(int argc, char **argv, cmd_parse_info *info)
 {
+    cmd_stdout_by_line();
     if (argc < 3 || argc > kMaxWords || argc % 2 == 0)
         return cmd_err_argc(CMD_HERE, argc);
     PingArgs args;

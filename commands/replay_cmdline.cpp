@@ -22,7 +22,7 @@ int32_t tool_cfg_cmdline_recovery(DevRef dev, const char *pattern, CmdlineSend s
     int ret = conf.open();
     if (ret != 0)
         return kErrSysRead;
-    return cfg_for_each_piece(conf.content(), [&](std::string_view piece) -> int {
+    return cfg_for_each_piece_with(conf.content(), wanted, [&](std::string_view piece) -> int {
         const std::string_view text(piece.data(), strnlen(piece.data(), piece.size()));
         if (text.find(wanted) == std::string_view::npos)
             return 0;

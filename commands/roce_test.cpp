@@ -88,6 +88,7 @@ int32_t follow(cmd_parse_info *info, const char *peer, uint32_t iterations, uint
 
 int32_t tool_roce_test_start_cmd(int argc, char **argv, cmd_parse_info *info)
 {
+    cmd_stdout_by_line();
     char peer[kIpTextSize] = {};
     char iter_text[kIterTextSize] = {};
     const KeywordArg args[] = {

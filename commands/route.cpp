@@ -356,10 +356,13 @@ int32_t tool_get_route_table(int /*argc*/, char ** /*argv*/, cmd_parse_info *inf
 
 } // namespace
 
+/// How every saved route line begins.
+constexpr std::string_view kRouteLineStart = "route";
+
 bool tool_is_route_line(std::string_view line)
 {
     return line[0] != '#' && line.size() >= 3 && line.find('=') != std::string_view::npos &&
-           line.starts_with("route");
+           line.starts_with(kRouteLineStart);
 }
 
 int32_t tool_parse_route_line(const char *line, SavedRouteLine *route)
@@ -391,9 +394,15 @@ int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32
     if (ret != 0)
         return ret;
     // The walk reads the lines as they were at the start; a deletion takes effect in the
-    // session at once and reaches the file as one replacement at the end.
-    const std::string lines(conf.content());
-    ret = cfg_for_each_piece(lines, [&](std::string_view piece) -> int {
+    // session at once and reaches the file as one replacement at the end. A replay deletes
+    // nothing and walks the content in place (often a snapshot's).
+    std::string copy;
+    std::string_view lines = conf.content();
+    if (action != RouteAction::kReplay) {
+        copy = lines;
+        lines = copy;
+    }
+    ret = cfg_for_each_piece_with(lines, kRouteLineStart, [&](std::string_view piece) -> int {
         if (!tool_is_route_line(piece))
             return 0;
         char line[kCfgLineSize];

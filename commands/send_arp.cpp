@@ -34,11 +34,10 @@ constexpr const char *kHelpSendArp = "   [-s]        : set gratuitous arp, keywo
                                      "       status %d : 0: off, 1: on\n"
                                      "   [-g]        : get gratuitous arp cfg \n";
 
-// Digits only, the length limited before the conversion.
+// A plain number, the length limited before the conversion.
 int32_t check_period(const char *text)
 {
-    const size_t len = strlen(text);
-    if (len == 0 || len > kPeriodMaxDigits || check_str_is_num(text, len) != 0)
+    if (strlen(text) > kPeriodMaxDigits || !is_plain_number(text))
         return kErrParamInvalid;
     const auto period = static_cast<uint32_t>(atoi(text));
     return period >= kPeriodMin && period <= kPeriodMax ? kOk : kErrParamInvalid;
@@ -110,12 +109,8 @@ int32_t tool_send_arp_set_cmd(int argc, char **argv, cmd_parse_info *info)
         DRV_ERR("set gratuitous arp failed, logic_id[%u]", info->logic_id);
         return ret;
     }
-    // Saved as numbers without leading zeros; the device keeps the change even when it cannot
-    // be saved.
-    char saved[kGarpValueSize];
-    if (!format_text(saved, sizeof(saved), "%d", atoi(period)))
-        return kErrSysCopy;
-    return save_gratuitous_arp(info->phy_id, saved, status);
+    // Saved as typed; the device keeps the change even when it cannot be saved.
+    return save_gratuitous_arp(info->phy_id, period, status);
 }
 
 int32_t tool_send_arp_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)

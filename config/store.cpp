@@ -7,11 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <vector>
 
 #include "base/paths.hpp"
 #include "log/driver_log.hpp"
@@ -107,6 +110,18 @@ bool sync_dir_of(const std::string &path)
 
 // The content of the live snapshot, if any.
 const std::string *g_snapshot = nullptr;
+// Where each stem searched in the live snapshot stands (cfg_find_next).
+std::map<std::string, std::vector<size_t>, std::less<>> g_stem_hits;
+
+size_t find_from(std::string_view content, std::string_view needle, size_t from)
+{
+    if (from >= content.size())
+        return std::string_view::npos;
+    const void *hit =
+        memmem(content.data() + from, content.size() - from, needle.data(), needle.size());
+    return hit == nullptr ? std::string_view::npos
+                          : static_cast<size_t>(static_cast<const char *>(hit) - content.data());
+}
 
 bool piece_has_eq(std::string_view piece)
 {
@@ -159,7 +174,7 @@ int ConfSession::open(const char *path)
     if (g_snapshot != nullptr && access_ != ConfAccess::kWrite && access_ != ConfAccess::kDelete &&
         strcmp(path, cfg_conf_path()) == 0) {
         path_ = path;
-        content_ = *g_snapshot;
+        shared_ = g_snapshot;
         return 0;
     }
     const size_t path_len = strnlen(path, kPathMax + 1);
@@ -254,7 +269,7 @@ int ConfSession::load()
 std::string_view cfg_find_answer(std::string_view content, std::string_view key)
 {
     std::string_view found;
-    (void)cfg_for_each_piece(content, [&](std::string_view piece) {
+    (void)cfg_for_each_piece_with(content, key, [&](std::string_view piece) {
         // A prefix match over the key only: the first line that begins with the key answers,
         // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
         if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(key) || !piece_has_eq(piece))
@@ -273,7 +288,7 @@ int ConfSession::read(const char *key, char *value_out, uint32_t value_size) con
 {
     if (key == nullptr || value_out == nullptr)
         return kErrnoInval;
-    std::string_view piece = cfg_find_answer(content_, key);
+    std::string_view piece = cfg_find_answer(content(), key);
     if (piece.empty())
         return kErrSysNotFound;
     if (piece.back() == '\n')
@@ -463,10 +478,33 @@ int ConfSession::commit()
     return 0;
 }
 
+size_t cfg_find_next(std::string_view content, std::string_view needle, size_t from)
+{
+    const std::string_view stem = needle.substr(0, needle.find_first_of("0123456789"));
+    if (g_snapshot == nullptr || content.data() != g_snapshot->data() ||
+        content.size() != g_snapshot->size() || stem.empty())
+        return find_from(content, needle, from);
+    auto it = g_stem_hits.find(stem);
+    if (it == g_stem_hits.end()) {
+        std::vector<size_t> hits;
+        for (size_t at = find_from(content, stem, 0); at != std::string_view::npos;
+             at = find_from(content, stem, at + 1))
+            hits.push_back(at);
+        it = g_stem_hits.emplace(std::string(stem), std::move(hits)).first;
+    }
+    for (auto at = std::lower_bound(it->second.begin(), it->second.end(), from);
+         at != it->second.end(); ++at) {
+        if (content.compare(*at, needle.size(), needle) == 0)
+            return *at;
+    }
+    return std::string_view::npos;
+}
+
 ConfSnapshot::ConfSnapshot()
 {
     if (g_snapshot != nullptr)
         return;
+    g_stem_hits.clear();
     ConfSession session(ConfAccess::kRead);
     if (session.open() != 0)
         return;
@@ -477,8 +515,10 @@ ConfSnapshot::ConfSnapshot()
 
 ConfSnapshot::~ConfSnapshot()
 {
-    if (active_)
-        g_snapshot = nullptr;
+    if (!active_)
+        return;
+    g_snapshot = nullptr;
+    g_stem_hits.clear();
 }
 
 const char *cfg_conf_path()

@@ -19,6 +19,7 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -90,7 +91,10 @@ class ConfSession
     [[nodiscard]] int del_item(uint32_t phy_id, const char *item);
 
     /// The content as it stands in the session (changes included).
-    [[nodiscard]] std::string_view content() const { return content_; }
+    [[nodiscard]] std::string_view content() const
+    {
+        return shared_ != nullptr ? std::string_view(*shared_) : std::string_view(content_);
+    }
     /// Whether the session holds changes that commit() has not put in place yet.
     [[nodiscard]] bool dirty() const { return dirty_; }
 
@@ -109,6 +113,7 @@ class ConfSession
     int fd_ = -1;
     std::string path_; ///< the resolved path
     std::string content_;
+    const std::string *shared_ = nullptr; ///< the snapshot a read-only session answers from
     bool dirty_ = false;
     uid_t uid_ = 0;
     gid_t gid_ = 0;
@@ -117,8 +122,8 @@ class ConfSession
 
 /// While a snapshot lives, sessions that only read the configuration file (reads and route
 /// walks) are answered from one copy of it, taken under the file's lock when the snapshot began,
-/// instead of reading the file again each time. For a run that reads many items while the setting
-/// lock keeps every writer out: the replay of all saved items of a device.
+/// instead of reading (or copying) the file again each time. For a run that reads many items while
+/// the setting lock keeps every writer out: the replay of all saved items of every device.
 class ConfSnapshot
 {
   public:
@@ -146,6 +151,46 @@ template <typename Fn> int cfg_for_each_piece(std::string_view content, Fn &&fn)
         if (ret != 0)
             return ret;
         content.remove_prefix(len);
+    }
+    return 0;
+}
+
+/// Where `needle` next stands in `content` at or after `from`; npos when nowhere. In the live
+/// snapshot's content the positions of the needle's stem (up to its first digit: "arp_" of
+/// "arp_3=") are found once and kept, so that the same search for each device costs one look.
+[[nodiscard]] size_t cfg_find_next(std::string_view content, std::string_view needle, size_t from);
+
+/// As cfg_for_each_piece, for the pieces only whose text (up to a zero byte) contains `needle`:
+/// the others are passed over unseen, found by cfg_find_next rather than a look at each line,
+/// which keeps the walks of a large file cheap. An empty needle: every piece.
+template <typename Fn>
+int cfg_for_each_piece_with(std::string_view content, std::string_view needle, Fn &&fn)
+{
+    if (needle.empty())
+        return cfg_for_each_piece(content, fn);
+    constexpr size_t kPiece = kCfgLineSize - 1;
+    size_t from = 0;
+    while (from < content.size()) {
+        const size_t pos = cfg_find_next(content, needle, from);
+        if (pos == std::string_view::npos)
+            return 0;
+        const size_t nl = pos == 0 ? std::string_view::npos : content.rfind('\n', pos - 1);
+        const size_t line_start = nl == std::string_view::npos ? 0 : nl + 1;
+        // The piece as cfg_for_each_piece cuts it: a line in pieces of kPiece from its start.
+        const size_t start = line_start + (pos - line_start) / kPiece * kPiece;
+        const std::string_view rest = content.substr(start);
+        const size_t window = rest.size() < kPiece ? rest.size() : kPiece;
+        const size_t end = rest.substr(0, window).find('\n');
+        const std::string_view piece =
+            rest.substr(0, end != std::string_view::npos ? end + 1 : window);
+        if (pos + needle.size() > start + strnlen(piece.data(), piece.size())) {
+            from = pos + 1; // across a piece's end or after its zero byte: not in its text
+            continue;
+        }
+        const int ret = fn(piece);
+        if (ret != 0)
+            return ret;
+        from = start + piece.size();
     }
     return 0;
 }
