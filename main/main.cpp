@@ -8,10 +8,10 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/identity.hpp"
 #include "log/driver_log.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
-#include "main/identity.hpp"
 
 namespace
 {

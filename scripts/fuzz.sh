@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 secs=${1:-60}
 if (($# > 0)); then shift; fi
 targets=("$@")
-((${#targets[@]} > 0)) || targets=(cmdline_fuzz reply_fuzz store_fuzz saved_lines_fuzz run_log_fuzz
+((${#targets[@]} > 0)) || targets=(cmdline_fuzz reply_fuzz table_print_fuzz store_fuzz saved_lines_fuzz run_log_fuzz
   ssh_client_fuzz checkers_fuzz)
 build=build-fz
 
@@ -37,7 +37,8 @@ if ! command -v clang++ >/dev/null ||
 fi
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DVORN_TEST_PATHS=ON -DVORN_FUZZ=ON \
-  -DVORN_BUILD_TESTS=OFF -DVORN_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  -DVORN_BUILD_TESTS=OFF -DVORN_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DVORN_WERROR="${VORN_WERROR:-OFF}" >/dev/null
 cmake --build "$build" -j"${VORN_JOBS:-2}" --target "${targets[@]}"
 
 status=0

@@ -16,14 +16,14 @@
 #include <set>
 
 #include "base/result.hpp"
+#include "cmdline/identity.hpp"
+#include "cmdline/setting_lock.hpp"
 #include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/run_log.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
-#include "main/identity.hpp"
-#include "main/setting_lock.hpp"
 #include "vornctl/vornctl.hpp"
 
 namespace
