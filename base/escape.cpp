@@ -54,3 +54,19 @@ void print_escaped(FILE *out, const char *text, size_t len)
         fwrite(buf, 1, escape_text(buf, sizeof(buf), text + done, n), out);
     }
 }
+
+void print_field_escaped(FILE *out, const char *text, size_t len)
+{
+    size_t from = 0;
+    for (size_t i = 0; i <= len; ++i) {
+        if (i < len && text[i] != '\n' && text[i] != '\t')
+            continue;
+        print_escaped(out, text + from, i - from);
+        if (i < len) {
+            char escape[kEscapeLen];
+            format_escape(escape, static_cast<unsigned char>(text[i]));
+            fwrite(escape, 1, kEscapeLen, out);
+        }
+        from = i + 1;
+    }
+}

@@ -21,3 +21,7 @@ size_t escape_text(char *dst, size_t size, const char *text, size_t len);
 
 /// Writes the `len` bytes of `text` to `out`, escaped as by escape_text().
 void print_escaped(FILE *out, const char *text, size_t len);
+
+/// As print_escaped for one field of a table row: newlines and tabs are shown as "\xNN" too, so
+/// that the device's text cannot start a row of its own.
+void print_field_escaped(FILE *out, const char *text, size_t len);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 /// Size of a dotted-quad text buffer: 19 characters and the terminator.
 inline constexpr uint32_t kIpTextSize = 20;
@@ -81,4 +82,18 @@ inline constexpr size_t kMacTextLen = 17;
             mac[i] = bytes[i];
     }
     return -1;
+}
+
+/// Whether `text` is a number by the rule of the values the tool defines itself (docs/
+/// decisions.md): decimal digits without a leading zero ("0" itself is one), so that the text
+/// typed is the number's only form and is saved as typed.
+[[nodiscard]] constexpr bool is_plain_number(std::string_view text)
+{
+    if (text.empty() || (text.size() > 1 && text[0] == '0'))
+        return false;
+    for (char c : text) {
+        if (c < '0' || c > '9')
+            return false;
+    }
+    return true;
 }

@@ -4,13 +4,19 @@
 // An entry is saved as one command line "arp_<logic_id>=dev ethN ip A mac M", keyed by the
 // device's logical id like every saved command line, in that canonical form (the MAC in lower
 // case), so that the line of an entry can be found by its port and address.
+#include <arpa/inet.h>
+
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/port_settings.hpp"
@@ -21,8 +27,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -38,13 +42,40 @@ struct ArpText {
     char mac[kMacTextSize];
 };
 
+// A typed entry names a neighbour: no address or MAC that no single host can have (the
+// unspecified and broadcast addresses, loopback, multicast; a group, broadcast or all-zero MAC),
+// which would only shadow real traffic. Saved lines are replayed as they were accepted.
+int32_t check_neighbour_ip(const char *text)
+{
+    uint32_t address = 0;
+    if (tool_check_param("ip", text) != kOk || tool_inet_pton_ipv4_address(text, &address) != kOk)
+        return kErrParamInvalid;
+    const uint32_t host = ntohl(address);
+    const uint32_t first = host >> 24;
+    if (host == 0 || host == 0xFFFFFFFFU || first == 127 || (first & 0xF0) == 0xE0)
+        return kErrParamInvalid;
+    return kOk;
+}
+
+int32_t check_neighbour_mac(const char *text)
+{
+    uint8_t mac[kMacLen] = {};
+    if (tool_check_param("mac", text) != kOk || tool_mac_str2char(text, mac, kMacLen) != kOk)
+        return kErrParamInvalid;
+    const bool zero = std::all_of(std::begin(mac), std::end(mac), [](uint8_t b) { return b == 0; });
+    return (mac[0] & 1) != 0 || zero ? kErrParamInvalid : kOk;
+}
+
 [[nodiscard]] int32_t read_arp_words(const CallSite &where, int argc, char **argv, bool with_mac,
                                      WordsFrom from, ArpText *text)
 {
+    const bool neighbour = with_mac && from == WordsFrom::kTyped;
     const KeywordArg args[] = {
         {"dev", text->dev, sizeof(text->dev)},
-        {"ip", text->ip, sizeof(text->ip)},
-        {"mac", text->mac, sizeof(text->mac)},
+        {"ip", text->ip, sizeof(text->ip), neighbour ? check_neighbour_ip : nullptr,
+         neighbour ? "a unicast IPv4 address such as 10.0.0.5" : nullptr},
+        {"mac", text->mac, sizeof(text->mac), neighbour ? check_neighbour_mac : nullptr,
+         neighbour ? "a unicast MAC address such as 00:11:22:33:44:55" : nullptr},
     };
     int32_t ret = cmd_read_keywords(where, argc, argv, std::span(args, with_mac ? 3 : 2), from);
     if (ret != kOk)
@@ -294,9 +325,9 @@ int32_t tool_saved_arp_record(const char *line, kopa_arp_record *entry)
     return ret;
 }
 
-int32_t tool_cfg_arp_recovery(DevRef dev)
+int32_t tool_cfg_arp_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "arp_%d=", tool_send_arp_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "arp_%d=", tool_send_arp_recovery_cmd);
 }
 
 namespace
@@ -313,41 +344,9 @@ ItemEntry arp_entry(const kopa_arp_record &e)
     return entry;
 }
 
-int32_t check_arp_line(const char *line)
-{
-    kopa_arp_record rec{};
-    return tool_saved_arp_record(line, &rec);
-}
-
-bool saved_arp_entry(const char *line, ItemEntry *entry)
-{
-    kopa_arp_record rec{};
-    if (tool_saved_arp_record(line, &rec) != kOk)
-        return false;
-    *entry = arp_entry(rec);
-    return true;
-}
-
-ItemLive live_arp(uint32_t logic_id)
-{
-    kopa_arp_record records[KOPA_ARP_MAX] = {};
-    uint32_t count = KOPA_ARP_MAX;
-    ItemLive live;
-    live.ret = kopa_get_arp_table(logic_id, records, &count);
-    for (uint32_t k = 0; live.ret == 0 && k < count && k < KOPA_ARP_MAX; ++k)
-        live.entries.push_back(arp_entry(records[k]));
-    return live;
-}
-
-std::string arp_key(DevRef dev)
-{
-    return tool_cmdline_key("arp", dev.logic_id);
-}
-
-ItemSavedList saved_arp(std::string_view conf, DevRef dev)
-{
-    return tool_saved_cmdline_entries(conf, "arp", dev.logic_id, saved_arp_entry);
-}
+constexpr char kArpLines[] = "arp";
+using ArpList = CmdlineList<kopa_arp_record, tool_saved_arp_record, arp_entry, kArpLines,
+                            kopa_get_arp_table, KOPA_ARP_MAX>;
 
 } // namespace
 
@@ -356,12 +355,12 @@ extern constexpr SavedItem kArpItem{
     .buffer = 0,
     .kind = ItemKind::kEntries,
     .what = "ARP entries",
-    .check = check_arp_line,
-    .live = live_arp,
+    .check = ArpList::check,
+    .live = ArpList::live,
     .replay = tool_cfg_arp_recovery,
     .replay_name = "tool_cfg_arp_recovery",
-    .list_key = arp_key,
-    .saved_list = saved_arp,
+    .list_key = ArpList::key,
+    .saved_list = ArpList::saved,
     .max_entries = KOPA_ARP_MAX,
-    .line_key = "arp",
+    .line_key = kArpLines,
 };

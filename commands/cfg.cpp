@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
+#include "commands/cmd_common.hpp"
 #include "commands/recovery.hpp"
 #include "commands/replay.hpp"
 #include "commands/saved_item.hpp"
@@ -14,7 +16,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -46,6 +47,7 @@ int32_t tool_cfg_cmd_recovery(int /*argc*/, char ** /*argv*/, cmd_parse_info *in
 // Every device in list order; one that fails never stops the others.
 int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info *info)
 {
+    cmd_stdout_by_line();
     int count = 0;
     int ret = kopa_get_device_count(&count);
     if (ret != 0 || count < 0 || count > KOPA_MAX_DEVICES) {
@@ -57,6 +59,15 @@ int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info
         DRV_ERR("kopa_list_device fail! ret=%d, count=%d", ret, count);
         return kErrKopa;
     }
+    // Nothing to recover is no failure, yet at boot it is rarely what was meant: the driver may
+    // not be up, and a quiet success would hide it.
+    if (count == 0)
+        fputs("No device was found: no configuration was recovered.\n", stderr);
+    // One view of the file serves every device: the setting lock keeps every writer out. A
+    // missing file is each device's failure, said by each.
+    ConfView conf;
+    if (access(cfg_conf_path(), F_OK) == 0)
+        (void)conf.open();
     int err_count = 0;
     for (int i = 0; i < count; ++i) {
         const uint32_t logic_id = static_cast<uint32_t>(ids[i]);
@@ -77,7 +88,7 @@ int32_t tool_cfg_cmd_recovery_all(int /*argc*/, char ** /*argv*/, cmd_parse_info
         }
         info->logic_id = logic_id;
         info->phy_id = phy_id;
-        ret = tool_cfg_recover_device(dev_of(info));
+        ret = tool_cfg_recover_device(dev_of(info), conf);
         if (ret == kOk) {
             printf("dev:%u recovery success\n", logic_id);
         } else {
@@ -138,8 +149,12 @@ extern constexpr CmdDesc kCfgAllCmd{
     .unknown_op = kUnknownCfgOption,
 };
 
-// The first failing item stops the device.
-int32_t tool_cfg_recover_device(DevRef dev)
+namespace
+{
+
+// The first failing item stops the device. The items are read from `shared` when given, else
+// from a view of the file read once for all of them.
+int32_t recover_device(DevRef dev, const ConfView *shared)
 {
     if (access(cfg_conf_path(), F_OK) != 0) {
         fputs("The config file does not exist. Failed to recover the configuration.\n", stderr);
@@ -148,12 +163,14 @@ int32_t tool_cfg_recover_device(DevRef dev)
     }
     tool_cfg_status_set(dev, kStatusStart);
     RUN_LOG_CONFIG("start to recover config of phy_id[%u]\n", dev.phy_id);
-    // The file is read once for all the items: the setting lock keeps every writer out.
-    ConfSnapshot snapshot;
+    ConfView own;
+    if (shared == nullptr)
+        (void)own.open();
+    const ConfView &conf = shared != nullptr ? *shared : own;
     for (const SavedItem *item : g_saved_items) {
         if (item->replay == nullptr)
             continue;
-        const int32_t ret = item->replay(dev);
+        const int32_t ret = item->replay(dev, conf);
         if (ret != kOk) {
             DRV_ERR("recover cfg fail[%d] phy_id[%u]", ret, dev.phy_id);
             DRV_ERR("failed recovery item: %s", item->replay_name);
@@ -163,4 +180,16 @@ int32_t tool_cfg_recover_device(DevRef dev)
     }
     tool_cfg_status_set(dev, kStatusSuccess);
     return kOk;
+}
+
+} // namespace
+
+int32_t tool_cfg_recover_device(DevRef dev)
+{
+    return recover_device(dev, nullptr);
+}
+
+int32_t tool_cfg_recover_device(DevRef dev, const ConfView &conf)
+{
+    return recover_device(dev, &conf);
 }

@@ -1,7 +1,7 @@
 // Shared refusal, replay-read and save steps of the command handlers.
 #include "commands/cmd_common.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/saved_item.hpp"
-#include "main/cmd.hpp"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,6 +11,11 @@
 #include "config/store.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
+
+void cmd_stdout_by_line()
+{
+    (void)setvbuf(stdout, nullptr, _IOLBF, 0);
+}
 
 int32_t cmd_err_argc(const CallSite &where, int argc)
 {
@@ -40,10 +45,10 @@ int32_t cmd_err_unknown_option_drv(const CallSite &where, const char *drv_text,
     return kErrUnknownOption;
 }
 
-bool cmd_replay_read(const CallSite &where, uint32_t phy_id, const char *item, const char *what,
-                     char *value, uint32_t size)
+bool cmd_replay_read(const CallSite &where, const ConfView &conf, uint32_t phy_id, const char *item,
+                     const char *what, char *value, uint32_t size)
 {
-    int ret = cfg_read_conf(phy_id, item, value, size);
+    int ret = conf.read_item(phy_id, item, value, size);
     if (ret == 0)
         return true;
     if (drv_log_enabled(KELVAR_LEVEL_DEBUG))
@@ -106,11 +111,11 @@ int32_t cmd_set_item(const CallSite &where, const ItemSetCmd &cmd, char **argv,
     return cmd_save_item(where, info->phy_id, cmd.item->key, argv[2], cmd.save_fail);
 }
 
-int32_t cmd_replay_value(const CallSite &where, const SavedItem &item, DevRef dev, const char *what,
-                         const char *found, const char *fail_format)
+int32_t cmd_replay_value(const CallSite &where, const ConfView &conf, const SavedItem &item,
+                         DevRef dev, const char *what, const char *found, const char *fail_format)
 {
     char value[kCfgLineSize] = {};
-    if (!cmd_replay_read(where, dev.phy_id, item.key, what, value, item.buffer))
+    if (!cmd_replay_read(where, conf, dev.phy_id, item.key, what, value, item.buffer))
         return kOk;
     if (drv_log_enabled(KELVAR_LEVEL_DEBUG))
         drv_log_write(KELVAR_LEVEL_DEBUG, where.func, where.line, "%s", found);

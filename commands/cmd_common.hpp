@@ -8,6 +8,7 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "config/store.hpp"
 #include "log/driver_log.hpp"
 
 /// Where a shared step was called from.
@@ -19,6 +20,11 @@ struct CallSite {
 
 /// The call site of the line it stands on.
 #define CMD_HERE (CallSite{__func__, __FILE_NAME__, __LINE__})
+
+/// Makes standard output line-buffered for a command whose lines come one by one over a long run
+/// and are read as they come (through a pipe, as into the journal, they would otherwise wait
+/// for the run's end). Call before the command's first output.
+void cmd_stdout_by_line();
 
 /// Refuses a wrong number of words: driver-log error "err argc[<argc>]". Returns kErrArgCount.
 [[nodiscard]] int32_t cmd_err_argc(const CallSite &where, int argc);
@@ -33,11 +39,11 @@ struct CallSite {
 [[nodiscard]] int32_t cmd_err_unknown_option_drv(const CallSite &where, const char *drv_text,
                                                  const char *user_text);
 
-/// Reads the saved `item` of device `phy_id` into `value` for replay. True when it was read;
-/// false, after the driver-log debug line "<what> do not need recover cfg [<code>]", when it
-/// is absent or cannot be read: replay then has nothing to do.
-[[nodiscard]] bool cmd_replay_read(const CallSite &where, uint32_t phy_id, const char *item,
-                                   const char *what, char *value, uint32_t size);
+/// Reads the saved `item` of device `phy_id` from the view `conf` into `value` for replay. True
+/// when it was read; false, after the driver-log debug line "<what> do not need recover cfg
+/// [<code>]", when it is absent or cannot be read: replay then has nothing to do.
+[[nodiscard]] bool cmd_replay_read(const CallSite &where, const ConfView &conf, uint32_t phy_id,
+                                   const char *item, const char *what, char *value, uint32_t size);
 
 /// Copies the dotted-quad word `src` into `dst` for the value named `name` ("address",
 /// "netmask", "gateway"). A word of 20 characters or more is refused with kErrSysCopy and the
@@ -78,9 +84,9 @@ struct DevRef;
 /// cmd_replay_read (`what` naming it) is nothing to do; else the driver-log debug line `found`,
 /// the set in recovery mode, and on its failure the driver-log error `fail_format` (the code and
 /// the logical id; none when null). 0 or the set's code.
-[[nodiscard]] int32_t cmd_replay_value(const CallSite &where, const SavedItem &item, DevRef dev,
-                                       const char *what, const char *found,
-                                       const char *fail_format);
+[[nodiscard]] int32_t cmd_replay_value(const CallSite &where, const ConfView &conf,
+                                       const SavedItem &item, DevRef dev, const char *what,
+                                       const char *found, const char *fail_format);
 
 /// A "-s <keyword> <value>" operation that checks, sets and saves one item, with the texts of its
 /// command.

@@ -6,12 +6,12 @@
 #include <iterator>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

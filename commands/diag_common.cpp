@@ -50,15 +50,12 @@ int32_t diag_bad_value(const CallSite &where, const char *value, const char *key
 bool diag_read_number(const char *text, uint32_t min, uint32_t max, uint32_t *out)
 {
     const size_t len = strlen(text);
-    // Ten digits hold any 32-bit value; a leading zero is no number of ours.
-    if (len == 0 || len > 10 || (len > 1 && text[0] == '0'))
+    // Ten digits hold any 32-bit value.
+    if (len > 10 || !is_plain_number(text))
         return false;
     uint64_t value = 0;
-    for (size_t i = 0; i < len; ++i) {
-        if (text[i] < '0' || text[i] > '9')
-            return false;
+    for (size_t i = 0; i < len; ++i)
         value = value * 10 + static_cast<uint64_t>(text[i] - '0');
-    }
     if (value < min || value > max)
         return false;
     *out = static_cast<uint32_t>(value);

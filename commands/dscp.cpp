@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
@@ -18,7 +19,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -277,8 +277,8 @@ extern constexpr SavedItem kDscpTcItem{
     .ansible_option = "dscp_map",
 };
 
-int32_t tool_cfg_dscp_recovery(DevRef dev)
+int32_t tool_cfg_dscp_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kDscpTcItem, dev, "dscp_tc", "dscp_tc need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kDscpTcItem, dev, "dscp_tc", "dscp_tc need recover cfg",
                             nullptr);
 }

@@ -4,13 +4,13 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
 #include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -125,8 +125,8 @@ extern constexpr SavedItem kEncodingItem{
     .set = tool_set_fec_info,
 };
 
-int32_t tool_cfg_fec_recovery(DevRef dev)
+int32_t tool_cfg_fec_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kEncodingItem, dev, "fec", "fec need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kEncodingItem, dev, "fec", "fec need recover cfg",
                             "fec set fail ret[%d] logic_id[%u]");
 }

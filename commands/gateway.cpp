@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
 #include "commands/saved_item.hpp"
@@ -13,8 +15,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -349,8 +349,8 @@ extern constexpr SavedItem kGatewayItem{
     .ansible_option = "gateway",
 };
 
-int32_t tool_cfg_gateway_recovery(DevRef dev)
+int32_t tool_cfg_gateway_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kGatewayItem, dev, "gateway", "gateway need recover cfg",
-                            nullptr);
+    return cmd_replay_value(CMD_HERE, conf, kGatewayItem, dev, "gateway",
+                            "gateway need recover cfg", nullptr);
 }

@@ -6,14 +6,14 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
 #include "commands/saved_item.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -33,13 +33,13 @@ constexpr const char *kHelpGeneric =
     "       auto_adapt %d : optical auto adapt, 0: disable, 1: enable\n"
     "   [-g]        : get static speed and optical auto adapt \n";
 
-/// Checks a speed text (digits only, at most 6 of them: the saved value must fit its replay
+/// Checks a speed text (a plain number of at most 6 digits: the saved value must fit its replay
 /// buffer) against the port's speeds and sets it. Saves nothing. 0, 0x2001 or 0x4001.
 [[nodiscard]] int32_t read_static_speed(const char *text, uint32_t *speed)
 {
     const size_t len = strlen(text);
     bool known = false;
-    if (len != 0 && len < kSpeedValueSize && check_str_is_num(text, len) == 0) {
+    if (len < kSpeedValueSize && is_plain_number(text)) {
         *speed = static_cast<uint32_t>(atoi(text));
         for (uint32_t s : kStaticSpeeds)
             known = known || s == *speed;
@@ -120,11 +120,8 @@ int32_t tool_generic_set_cmd(int /*argc*/, char **argv, cmd_parse_info *info)
         DRV_ERR("set %s failed, logic_id[%u]", argv[1], info->logic_id);
         return ret;
     }
-    // Saved as a number without leading zeros; the device keeps the change even when it cannot
-    // be saved.
-    char value[kSpeedValueSize];
-    if (!format_text(value, sizeof(value), "%d", atoi(argv[2])))
-        return kErrSysCopy;
+    // Saved as typed; the device keeps the change even when it cannot be saved.
+    const char *value = argv[2];
     if (speed)
         return cmd_save_item(CMD_HERE, info->phy_id, kStaticSpeedItem.key, value,
                              "Failed to write the static speed to the config file, and user "
@@ -208,10 +205,10 @@ extern constexpr SavedItem kAutoAdaptItem{
 };
 
 // The static speed comes first: the adaptation works at the speed the port runs.
-int32_t tool_cfg_generic_recovery(DevRef dev)
+int32_t tool_cfg_generic_recovery(DevRef dev, const ConfView &conf)
 {
     char speed[kSpeedValueSize] = {};
-    if (cmd_replay_read(CMD_HERE, dev.phy_id, kStaticSpeedItem.key, "static speed", speed,
+    if (cmd_replay_read(CMD_HERE, conf, dev.phy_id, kStaticSpeedItem.key, "static speed", speed,
                         sizeof(speed))) {
         int32_t ret = tool_set_static_speed(dev, speed, SetMode::kRecovery);
         if (ret != kOk) {
@@ -221,7 +218,7 @@ int32_t tool_cfg_generic_recovery(DevRef dev)
         }
     }
     char adapt[kAutoAdaptValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kAutoAdaptItem.key, "auto adapt", adapt,
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kAutoAdaptItem.key, "auto adapt", adapt,
                          sizeof(adapt)))
         return kOk;
     int32_t ret = tool_set_auto_adapt(dev, adapt, SetMode::kRecovery);

@@ -8,6 +8,8 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -17,8 +19,6 @@
 #include "device/device_info.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -151,12 +151,12 @@ struct IpText {
             }
         }
     }
-    int32_t ret = tool_cfg_gateway_recovery(dev_of(info));
+    int32_t ret = tool_cfg_replay_now(tool_cfg_gateway_recovery, dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover gateway cfg fail! ret[%d] phy_id[%u]", ret, info->phy_id);
         return ret;
     }
-    ret = tool_cfg_route_recovery(dev_of(info));
+    ret = tool_cfg_replay_now(tool_cfg_route_recovery, dev_of(info));
     if (ret != kOk) {
         DRV_ERR("recover route cfg fail[%d], phy_id[%u]", ret, info->phy_id);
         return ret;
@@ -363,13 +363,13 @@ extern constexpr SavedItem kNetmaskItem{
     .ansible_option = "netmask",
 };
 
-int32_t tool_cfg_ip_recovery(DevRef dev)
+int32_t tool_cfg_ip_recovery(DevRef dev, const ConfView &conf)
 {
     char address[kIpTextSize] = {};
     char netmask[kIpTextSize] = {};
-    int ret = cfg_read_conf(dev.phy_id, "address", address, sizeof(address));
+    int ret = conf.read_item(dev.phy_id, "address", address, sizeof(address));
     if (ret == 0)
-        ret = cfg_read_conf(dev.phy_id, "netmask", netmask, sizeof(netmask));
+        ret = conf.read_item(dev.phy_id, "netmask", netmask, sizeof(netmask));
     if (ret != 0) {
         DRV_DBG("ip address do not need recover cfg [%d]", ret);
         return kOk;

@@ -7,8 +7,8 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
 
 namespace
 {

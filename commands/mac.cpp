@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -11,7 +12,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -212,8 +212,8 @@ extern constexpr SavedItem kMacAddrItem{
     .ansible_option = "mac",
 };
 
-int32_t tool_cfg_mac_addr_recovery(DevRef dev)
+int32_t tool_cfg_mac_addr_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kMacAddrItem, dev, "mac_addr", "mac_addr need recover cfg",
-                            "mac_addr set fail ret[%d] logic_id[%u]");
+    return cmd_replay_value(CMD_HERE, conf, kMacAddrItem, dev, "mac_addr",
+                            "mac_addr need recover cfg", "mac_addr set fail ret[%d] logic_id[%u]");
 }

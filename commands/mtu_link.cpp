@@ -6,6 +6,8 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -13,8 +15,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -204,8 +204,8 @@ int32_t tool_set_mtu(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_mtu_recovery(DevRef dev)
+int32_t tool_cfg_mtu_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kMtuItem, dev, "mtu", "mtu address need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kMtuItem, dev, "mtu", "mtu address need recover cfg",
                             "mtu set fail ret[%d] logic_id[%u]");
 }

@@ -3,10 +3,10 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "device/device_info.hpp"
 #include "log/driver_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

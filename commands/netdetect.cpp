@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/replay.hpp"
 #include "commands/saved_item.hpp"
@@ -13,8 +15,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -159,9 +159,9 @@ extern constexpr SavedItem kNetdetectItem{
     .ansible_option = "netdetect",
 };
 
-int32_t tool_cfg_netdetect_recovery(DevRef dev)
+int32_t tool_cfg_netdetect_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kNetdetectItem, dev, "netdetect address",
+    return cmd_replay_value(CMD_HERE, conf, kNetdetectItem, dev, "netdetect address",
                             "netdetect address need recover cfg",
                             "netdetect set address fail ret[%d] logic_id[%u]");
 }

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
@@ -13,7 +14,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -144,8 +144,8 @@ int32_t tool_set_pfc(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_pfc_recovery(DevRef dev)
+int32_t tool_cfg_pfc_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kBitmapItem, dev, "bitmap", "bitmap need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kBitmapItem, dev, "bitmap", "bitmap need recover cfg",
                             "pfc bitmap set fail ret[%d] logic_id[%u]");
 }

@@ -7,13 +7,13 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
+#include "cmdline/option_parser.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
-#include "main/option_parser.hpp"
 
 namespace
 {
@@ -122,6 +122,7 @@ bool print_outcome(const PingArgs &args, uint32_t seq, const kopa_ping_reply &re
 
 int32_t tool_ping_get_cmd(int argc, char **argv, cmd_parse_info *info)
 {
+    cmd_stdout_by_line();
     if (argc < 3 || argc > kMaxWords || argc % 2 == 0)
         return cmd_err_argc(CMD_HERE, argc);
     PingArgs args;

@@ -8,6 +8,7 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
@@ -16,7 +17,6 @@
 #include "config/store.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
 
 namespace
 {
@@ -158,14 +158,14 @@ int32_t tool_saved_ip_route_record(const char *line, kopa_ip_route_record *route
     return kOk;
 }
 
-int32_t tool_cfg_ip_rule_recovery(DevRef dev)
+int32_t tool_cfg_ip_rule_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "ip_rule_%d=", tool_send_ip_rule_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "ip_rule_%d=", tool_send_ip_rule_recovery_cmd);
 }
 
-int32_t tool_cfg_ip_route_recovery(DevRef dev)
+int32_t tool_cfg_ip_route_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_cfg_cmdline_recovery(dev, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
+    return tool_cfg_cmdline_recovery(dev, conf, "ip_route_%d=", tool_send_ip_route_recovery_cmd);
 }
 
 namespace
@@ -193,77 +193,12 @@ ItemEntry ip_route_entry(const kopa_ip_route_record &r)
     return {head + " " + tail, via, head + " " + via + " " + tail};
 }
 
-int32_t check_rule_line(const char *line)
-{
-    kopa_ip_rule_record rec{};
-    return tool_saved_ip_rule_record(line, &rec);
-}
-
-int32_t check_route_line(const char *line)
-{
-    kopa_ip_route_record rec{};
-    return tool_saved_ip_route_record(line, &rec);
-}
-
-bool saved_rule_entry(const char *line, ItemEntry *entry)
-{
-    kopa_ip_rule_record rec{};
-    if (tool_saved_ip_rule_record(line, &rec) != kOk)
-        return false;
-    *entry = rule_entry(rec);
-    return true;
-}
-
-bool saved_route_entry(const char *line, ItemEntry *entry)
-{
-    kopa_ip_route_record rec{};
-    if (tool_saved_ip_route_record(line, &rec) != kOk)
-        return false;
-    *entry = ip_route_entry(rec);
-    return true;
-}
-
-ItemLive live_rules(uint32_t logic_id)
-{
-    kopa_ip_rule_record records[KOPA_POLICY_MAX] = {};
-    uint32_t count = KOPA_POLICY_MAX;
-    ItemLive live;
-    live.ret = kopa_get_ip_rules(logic_id, records, &count);
-    for (uint32_t k = 0; live.ret == 0 && k < count && k < KOPA_POLICY_MAX; ++k)
-        live.entries.push_back(rule_entry(records[k]));
-    return live;
-}
-
-ItemLive live_routes(uint32_t logic_id)
-{
-    kopa_ip_route_record records[KOPA_POLICY_MAX] = {};
-    uint32_t count = KOPA_POLICY_MAX;
-    ItemLive live;
-    live.ret = kopa_get_ip_routes(logic_id, records, &count);
-    for (uint32_t k = 0; live.ret == 0 && k < count && k < KOPA_POLICY_MAX; ++k)
-        live.entries.push_back(ip_route_entry(records[k]));
-    return live;
-}
-
-std::string rule_key(DevRef dev)
-{
-    return tool_cmdline_key("ip_rule", dev.logic_id);
-}
-
-std::string route_key(DevRef dev)
-{
-    return tool_cmdline_key("ip_route", dev.logic_id);
-}
-
-ItemSavedList saved_rules(std::string_view conf, DevRef dev)
-{
-    return tool_saved_cmdline_entries(conf, "ip_rule", dev.logic_id, saved_rule_entry);
-}
-
-ItemSavedList saved_routes(std::string_view conf, DevRef dev)
-{
-    return tool_saved_cmdline_entries(conf, "ip_route", dev.logic_id, saved_route_entry);
-}
+constexpr char kRuleLines[] = "ip_rule";
+constexpr char kRouteLines[] = "ip_route";
+using RuleList = CmdlineList<kopa_ip_rule_record, tool_saved_ip_rule_record, rule_entry, kRuleLines,
+                             kopa_get_ip_rules, KOPA_POLICY_MAX>;
+using RouteList = CmdlineList<kopa_ip_route_record, tool_saved_ip_route_record, ip_route_entry,
+                              kRouteLines, kopa_get_ip_routes, KOPA_POLICY_MAX>;
 
 } // namespace
 
@@ -272,14 +207,14 @@ extern constexpr SavedItem kIpRulesItem{
     .buffer = 0,
     .kind = ItemKind::kEntries,
     .what = "policy rules",
-    .check = check_rule_line,
-    .live = live_rules,
+    .check = RuleList::check,
+    .live = RuleList::live,
     .replay = tool_cfg_ip_rule_recovery,
     .replay_name = "tool_cfg_ip_rule_recovery",
-    .list_key = rule_key,
-    .saved_list = saved_rules,
+    .list_key = RuleList::key,
+    .saved_list = RuleList::saved,
     .max_entries = KOPA_POLICY_MAX,
-    .line_key = "ip_rule",
+    .line_key = kRuleLines,
 };
 
 extern constexpr SavedItem kIpRoutesItem{
@@ -287,12 +222,12 @@ extern constexpr SavedItem kIpRoutesItem{
     .buffer = 0,
     .kind = ItemKind::kEntries,
     .what = "policy routes",
-    .check = check_route_line,
-    .live = live_routes,
+    .check = RouteList::check,
+    .live = RouteList::live,
     .replay = tool_cfg_ip_route_recovery,
     .replay_name = "tool_cfg_ip_route_recovery",
-    .list_key = route_key,
-    .saved_list = saved_routes,
+    .list_key = RouteList::key,
+    .saved_list = RouteList::saved,
     .max_entries = KOPA_POLICY_MAX,
-    .line_key = "ip_route",
+    .line_key = kRouteLines,
 };

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
@@ -12,7 +13,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -162,8 +162,8 @@ int32_t tool_set_prio_tc_info(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_prio_tc_recovery(DevRef dev)
+int32_t tool_cfg_prio_tc_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kPrioTcItem, dev, "prio_tc", "prio_tc need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kPrioTcItem, dev, "prio_tc", "prio_tc need recover cfg",
                             "prio tc set fail ret[%d] logic_id[%u]");
 }

@@ -5,10 +5,10 @@
 
 #include "base/escape.hpp"
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "device/ops.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -30,7 +30,7 @@ int32_t tool_process_get_cmd(int /*argc*/, char ** /*argv*/, cmd_parse_info *inf
     for (uint32_t i = 0; i < count; ++i) {
         const kopa_process_record &p = procs[i];
         printf("%-10u %-12u ", p.pid, p.memory_mb);
-        print_escaped(stdout, p.name, strnlen(p.name, sizeof(p.name)));
+        print_field_escaped(stdout, p.name, strnlen(p.name, sizeof(p.name)));
         printf("\n");
     }
     return kOk;

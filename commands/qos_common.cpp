@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include "base/result.hpp"
+#include "base/text.hpp"
 #include "commands/qos_settings.hpp"
 #include "config/store.hpp"
 #include "log/driver_log.hpp"
@@ -17,8 +18,8 @@ int32_t qos_read_number(std::string_view text, size_t max_len, uint32_t max, int
         if (c < '0' || c > '9')
             return kErrParamInvalid;
     }
-    // Limited before conversion: no text can wrap.
-    if (text.size() > max_len)
+    // Limited before conversion: no text can wrap. A leading zero is no number of the tool's.
+    if (text.size() > max_len || !is_plain_number(text))
         return range_code;
     uint32_t number = 0;
     for (char c : text)

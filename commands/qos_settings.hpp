@@ -27,7 +27,7 @@ using QosList = uint32_t[kQosClasses];
 
 /// Reads the decimal text `text` of at most `max_len` digits and value at most `max` into
 /// `value`. kErrParamInvalid for an empty word or a character that is not a decimal digit;
-/// `range_code` for a longer word or a larger value.
+/// `range_code` for a longer word, a leading zero or a larger value.
 [[nodiscard]] int32_t qos_read_number(std::string_view text, size_t max_len, uint32_t max,
                                       int32_t range_code, uint32_t *value);
 

@@ -8,13 +8,13 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "device/ops.hpp"
 #include "log/cdr_reg_log.hpp"
 #include "log/driver_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -142,10 +142,7 @@ int32_t tool_cdr_reg_dump_exe(cmd_parse_info *info)
             VornCdrRegPrintLog("lane %u reg 0x%04x: 0x%04x\n", lane, kCdrRegBase + i * 4,
                                values[lane].reg[i]);
     }
-    // The log writes what it can and reports only to the driver log: a file that is not there
-    // afterwards could not be written (a directory without write permission).
-    if (access(file, F_OK) != 0) {
-        DRV_ERR("write cdr reg log %s fail", file);
+    if (!vorn_cdr_dump_ok()) {
         fprintf(stderr, "Cannot write the cdr register log %s in the current directory.\n", file);
         return kErrSysWrite;
     }

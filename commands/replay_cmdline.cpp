@@ -1,5 +1,5 @@
 // The replay of saved command lines (ARP entries, policy rules and routes): every line of the
-// device goes to the device again, under the configuration file's lock.
+// device goes to the device again, from a view of the configuration file.
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -10,7 +10,8 @@
 #include "config/store.hpp"
 #include "log/driver_log.hpp"
 
-int32_t tool_cfg_cmdline_recovery(DevRef dev, const char *pattern, CmdlineSend send)
+int32_t tool_cfg_cmdline_recovery(DevRef dev, const ConfView &conf, const char *pattern,
+                                  CmdlineSend send)
 {
     // Keyed by the logical id, unlike every other item: the lines are what the commands wrote.
     char wanted[kCfgLineSize];
@@ -19,23 +20,31 @@ int32_t tool_cfg_cmdline_recovery(DevRef dev, const char *pattern, CmdlineSend s
         DRV_ERR("snprintf_s recovery pattern fail! ret : %d.", n);
         return kErrSysCopy;
     }
-    ConfSession conf(ConfAccess::kRead);
-    int ret = conf.open();
-    if (ret != 0)
+    if (conf.status() != 0)
         return kErrSysRead;
-    return cfg_for_each_piece(conf.content(), [&](std::string_view piece) -> int {
-        const std::string_view text(piece.data(), strnlen(piece.data(), piece.size()));
-        if (text.find(wanted) == std::string_view::npos)
-            return 0;
-        char line[kCfgLineSize];
-        const size_t len = text.size() - (text.ends_with('\n') ? 1 : 0);
-        memcpy(line, text.data(), len);
-        line[len] = '\0';
-        const int32_t sent = send(dev, line);
-        if (sent != 0)
-            DRV_ERR("Recovery configure failed. (ret=%d, cmdline=\"%s\")", sent, line);
-        return sent;
-    });
+    return cfg_for_each_piece_with(
+        conf.content(), wanted,
+        [&](std::string_view piece) -> int {
+            const std::string_view text(piece.data(), strnlen(piece.data(), piece.size()));
+            if (text.find(wanted) == std::string_view::npos)
+                return 0;
+            char line[kCfgLineSize];
+            const size_t len = text.size() - (text.ends_with('\n') ? 1 : 0);
+            memcpy(line, text.data(), len);
+            line[len] = '\0';
+            const int32_t sent = send(dev, line);
+            if (sent != 0)
+                DRV_ERR("Recovery configure failed. (ret=%d, cmdline=\"%s\")", sent, line);
+            return sent;
+        },
+        conf.index());
+}
+
+int32_t tool_cfg_replay_now(int32_t (*replay)(DevRef dev, const ConfView &conf), DevRef dev)
+{
+    ConfView conf;
+    (void)conf.open();
+    return replay(dev, conf);
 }
 
 std::string tool_cmdline_key(const char *item, uint32_t logic_id)

@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/port_settings.hpp"
 #include "commands/replay.hpp"
@@ -12,8 +14,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -140,8 +140,9 @@ int32_t tool_set_roce_port(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_roce_port_recovery(DevRef dev)
+int32_t tool_cfg_roce_port_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kRocePortItem, dev, "roce_port", "roce_port need recover cfg",
+    return cmd_replay_value(CMD_HERE, conf, kRocePortItem, dev, "roce_port",
+                            "roce_port need recover cfg",
                             "Roce port set fail. (ret=%d; logic_id=%u)");
 }

@@ -10,14 +10,14 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -88,6 +88,7 @@ int32_t follow(cmd_parse_info *info, const char *peer, uint32_t iterations, uint
 
 int32_t tool_roce_test_start_cmd(int argc, char **argv, cmd_parse_info *info)
 {
+    cmd_stdout_by_line();
     char peer[kIpTextSize] = {};
     char iter_text[kIterTextSize] = {};
     const KeywordArg args[] = {

@@ -13,6 +13,8 @@
 
 #include "base/escape.hpp"
 #include "base/result.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/ip_conflict.hpp"
 #include "commands/replay.hpp"
@@ -22,8 +24,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -360,10 +360,13 @@ int32_t tool_get_route_table(int /*argc*/, char ** /*argv*/, cmd_parse_info *inf
 
 } // namespace
 
+/// How every saved route line begins.
+constexpr std::string_view kRouteLineStart = "route";
+
 bool tool_is_route_line(std::string_view line)
 {
     return line[0] != '#' && line.size() >= 3 && line.find('=') != std::string_view::npos &&
-           line.starts_with("route");
+           line.starts_with(kRouteLineStart);
 }
 
 int32_t tool_parse_route_line(const char *line, SavedRouteLine *route)
@@ -387,6 +390,36 @@ int32_t tool_parse_route_line(const char *line, SavedRouteLine *route)
     return kOk;
 }
 
+namespace
+{
+
+// The walk over the route lines of `lines` for `dev`, each handed to the action; `conf` takes the
+// deletions (null for a replay, which reads only). The route lines are found by searching the
+// content (through `index` when the content is a view's), not by looking at every line.
+int32_t walk_routes(std::string_view lines, ConfSession *conf, DevRef dev, RouteAction action,
+                    uint32_t address, uint32_t netmask, StemIndex *index = nullptr)
+{
+    return cfg_for_each_piece_with(
+        lines, kRouteLineStart,
+        [&](std::string_view piece) -> int {
+            if (!tool_is_route_line(piece))
+                return 0;
+            char line[kCfgLineSize];
+            memcpy(line, piece.data(), piece.size());
+            line[piece.size()] = '\0';
+            SavedRoute route{};
+            int32_t pret = parse_route_line(line, &route);
+            if (pret != kOk)
+                return pret;
+            if (route.section != dev.phy_id)
+                return 0;
+            return tool_select_action_for_route(conf, dev, action, route, address, netmask);
+        },
+        index);
+}
+
+} // namespace
+
 int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32_t address,
                                           uint32_t netmask)
 {
@@ -397,20 +430,7 @@ int32_t tool_read_vorn_conf_handle_action(DevRef dev, RouteAction action, uint32
     // The walk reads the lines as they were at the start; a deletion takes effect in the
     // session at once and reaches the file as one replacement at the end.
     const std::string lines(conf.content());
-    ret = cfg_for_each_piece(lines, [&](std::string_view piece) -> int {
-        if (!tool_is_route_line(piece))
-            return 0;
-        char line[kCfgLineSize];
-        memcpy(line, piece.data(), piece.size());
-        line[piece.size()] = '\0';
-        SavedRoute route{};
-        int32_t pret = parse_route_line(line, &route);
-        if (pret != kOk)
-            return pret;
-        if (route.section != dev.phy_id)
-            return 0;
-        return tool_select_action_for_route(&conf, dev, action, route, address, netmask);
-    });
+    ret = walk_routes(lines, &conf, dev, action, address, netmask);
     // The routes handled before a failing one stay handled, as they would line by line.
     const int saved = conf.commit();
     return ret != 0 ? ret : saved;
@@ -452,9 +472,11 @@ extern constexpr CmdDesc kRouteCmd{
     .masks = kRouteMasks,
 };
 
-int32_t tool_cfg_route_recovery(DevRef dev)
+int32_t tool_cfg_route_recovery(DevRef dev, const ConfView &conf)
 {
-    return tool_read_vorn_conf_handle_action(dev, RouteAction::kReplay, 0, 0);
+    if (conf.status() != 0)
+        return conf.status();
+    return walk_routes(conf.content(), nullptr, dev, RouteAction::kReplay, 0, 0, conf.index());
 }
 
 namespace

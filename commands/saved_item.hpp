@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "commands/setting.hpp"
+#include "config/store.hpp"
 
 /// The type of a saved value, as a program reading it would type it.
 enum class ItemKind : uint8_t {
@@ -64,7 +65,7 @@ struct SavedItem {
     ItemLive (*live)(uint32_t logic_id);
     /// The replay routine of the step this item opens, with its name; null for the later items
     /// of a step (the partner of a pair, the auto-adaptation after the static speed).
-    int32_t (*replay)(DevRef dev) = nullptr;
+    int32_t (*replay)(DevRef dev, const ConfView &conf) = nullptr;
     const char *replay_name = nullptr;
     /// The words after "vorn_tool -i <id>" that set and save it, {name} standing for the value
     /// of the item `name` ("-mtu -s size {mtu}"); null for a list without a command.

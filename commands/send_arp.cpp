@@ -6,6 +6,8 @@
 
 #include "base/result.hpp"
 #include "base/text.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/keyword_args.hpp"
 #include "commands/replay.hpp"
@@ -14,8 +16,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/checkers.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -35,11 +35,10 @@ constexpr const char *kHelpSendArp = "   [-s]        : set gratuitous arp, keywo
                                      "       status %d : 0: off, 1: on\n"
                                      "   [-g]        : get gratuitous arp cfg \n";
 
-// Digits only, the length limited before the conversion.
+// A plain number, the length limited before the conversion.
 int32_t check_period(const char *text)
 {
-    const size_t len = strlen(text);
-    if (len == 0 || len > kPeriodMaxDigits || check_str_is_num(text, len) != 0)
+    if (strlen(text) > kPeriodMaxDigits || !is_plain_number(text))
         return kErrParamInvalid;
     const auto period = static_cast<uint32_t>(atoi(text));
     return period >= kPeriodMin && period <= kPeriodMax ? kOk : kErrParamInvalid;
@@ -111,12 +110,8 @@ int32_t tool_send_arp_set_cmd(int argc, char **argv, cmd_parse_info *info)
         DRV_ERR("set gratuitous arp failed, logic_id[%u]", info->logic_id);
         return ret;
     }
-    // Saved as numbers without leading zeros; the device keeps the change even when it cannot
-    // be saved.
-    char saved[kGarpValueSize];
-    if (!format_text(saved, sizeof(saved), "%d", atoi(period)))
-        return kErrSysCopy;
-    return save_gratuitous_arp(info->phy_id, saved, status);
+    // Saved as typed; the device keeps the change even when it cannot be saved.
+    return save_gratuitous_arp(info->phy_id, period, status);
 }
 
 int32_t set_period(DevRef dev, const char *text, const char *status, SetMode mode)
@@ -206,13 +201,13 @@ extern constexpr SavedItem kSendArpStatusItem{
 };
 
 // One saved value without the other is nothing to replay.
-int32_t tool_cfg_gratuitous_arp_recovery(DevRef dev)
+int32_t tool_cfg_gratuitous_arp_recovery(DevRef dev, const ConfView &conf)
 {
     char period[kGarpValueSize] = {};
     char status[kGarpValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kPeriodItem, "send_arp_period", period,
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kPeriodItem, "send_arp_period", period,
                          sizeof(period)) ||
-        !cmd_replay_read(CMD_HERE, dev.phy_id, kStatusItem, "send_arp_status", status,
+        !cmd_replay_read(CMD_HERE, conf, dev.phy_id, kStatusItem, "send_arp_status", status,
                          sizeof(status)))
         return kOk;
     DRV_DBG("gratuitous arp need recover cfg");

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "main/cmd.hpp"
+#include "cmdline/cmd.hpp"
 
 /// The device a setting is for: the logical id every device call takes, the physical id that
 /// keys its saved lines.

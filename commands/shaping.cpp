@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
@@ -12,7 +13,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -133,8 +133,8 @@ int32_t tool_port_shaping_set(DevRef dev, const char *text, SetMode /*mode*/)
     return kOk;
 }
 
-int32_t tool_cfg_shaping_recovery(DevRef dev)
+int32_t tool_cfg_shaping_recovery(DevRef dev, const ConfView &conf)
 {
-    return cmd_replay_value(CMD_HERE, kBwLimitItem, dev, "bw_limit", "bw_limit need recover cfg",
-                            "bw_limit set fail ret[%d] logic_id[%u]");
+    return cmd_replay_value(CMD_HERE, conf, kBwLimitItem, dev, "bw_limit",
+                            "bw_limit need recover cfg", "bw_limit set fail ret[%d] logic_id[%u]");
 }

@@ -6,13 +6,13 @@
 #include <iterator>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
+#include "cmdline/option_parser.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
-#include "main/option_parser.hpp"
 
 namespace
 {

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/qos_settings.hpp"
 #include "commands/replay.hpp"
@@ -17,7 +18,6 @@
 #include "device/ops.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {
@@ -279,12 +279,12 @@ int32_t tool_set_tc_cfg(DevRef dev, const char *bw_text, const char *mode_text, 
     return ret != kOk ? ret : send_tc_cfg(dev, cfg);
 }
 
-int32_t tool_tc_cfg_recovery(DevRef dev)
+int32_t tool_tc_cfg_recovery(DevRef dev, const ConfView &conf)
 {
     char bw[kTcValueSize] = {};
     char mode[kTcValueSize] = {};
-    if (!cmd_replay_read(CMD_HERE, dev.phy_id, kTcBwName, "tc_bw", bw, sizeof(bw)) ||
-        !cmd_replay_read(CMD_HERE, dev.phy_id, kTcModeName, "tc_mode", mode, sizeof(mode)))
+    if (!cmd_replay_read(CMD_HERE, conf, dev.phy_id, kTcBwName, "tc_bw", bw, sizeof(bw)) ||
+        !cmd_replay_read(CMD_HERE, conf, dev.phy_id, kTcModeName, "tc_mode", mode, sizeof(mode)))
         return kOk;
     DRV_DBG("tc_cfg need recover cfg");
     int32_t set_ret = tool_set_tc_cfg(dev, bw, mode, SetMode::kRecovery);

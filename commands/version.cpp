@@ -5,10 +5,10 @@
 
 #include "base/escape.hpp"
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "commands/cmd_common.hpp"
 #include "commands/diag_common.hpp"
 #include "device/ops.hpp"
-#include "main/cmd.hpp"
 
 namespace
 {

@@ -7,11 +7,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <vector>
 
 #include "base/paths.hpp"
 #include "log/driver_log.hpp"
@@ -105,8 +108,15 @@ bool sync_dir_of(const std::string &path)
     return ok;
 }
 
-// The content of the live snapshot, if any.
-const std::string *g_snapshot = nullptr;
+size_t find_from(std::string_view content, std::string_view needle, size_t from)
+{
+    if (from >= content.size())
+        return std::string_view::npos;
+    const void *hit =
+        memmem(content.data() + from, content.size() - from, needle.data(), needle.size());
+    return hit == nullptr ? std::string_view::npos
+                          : static_cast<size_t>(static_cast<const char *>(hit) - content.data());
+}
 
 bool piece_has_eq(std::string_view piece)
 {
@@ -156,12 +166,6 @@ int ConfSession::open(const char *path)
 {
     if (path == nullptr)
         return kErrSysNull;
-    if (g_snapshot != nullptr && access_ != ConfAccess::kWrite && access_ != ConfAccess::kDelete &&
-        strcmp(path, cfg_conf_path()) == 0) {
-        path_ = path;
-        content_ = *g_snapshot;
-        return 0;
-    }
     const size_t path_len = strnlen(path, kPathMax + 1);
     char real_path[PATH_MAX + 1] = {};
     if (path_len > kPathMax || !resolve_path(path, real_path)) {
@@ -251,29 +255,38 @@ int ConfSession::load()
     }
 }
 
-std::string_view cfg_find_answer(std::string_view content, std::string_view key)
+std::string_view cfg_find_answer(std::string_view content, std::string_view key, StemIndex *index)
 {
     std::string_view found;
-    (void)cfg_for_each_piece(content, [&](std::string_view piece) {
-        // A prefix match over the key only: the first line that begins with the key answers,
-        // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
-        if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(key) || !piece_has_eq(piece))
-            return 0;
-        // The line ends at a zero byte before its newline, as a C string would.
-        piece = piece.substr(0, strnlen(piece.data(), piece.size()));
-        if (!piece_has_eq(piece))
-            return 0;
-        found = piece;
-        return 1;
-    });
+    (void)cfg_for_each_piece_with(
+        content, key,
+        [&](std::string_view piece) {
+            // A prefix match over the key only: the first line that begins with the key answers,
+            // even when the key continues there (a read of "mtu_1" may meet "mtu_10=" first).
+            if (piece[0] == '#' || piece.size() < 3 || !piece.starts_with(key) ||
+                !piece_has_eq(piece))
+                return 0;
+            // The line ends at a zero byte before its newline, as a C string would.
+            piece = piece.substr(0, strnlen(piece.data(), piece.size()));
+            if (!piece_has_eq(piece))
+                return 0;
+            found = piece;
+            return 1;
+        },
+        index);
     return found;
 }
 
-int ConfSession::read(const char *key, char *value_out, uint32_t value_size) const
+namespace
+{
+
+// The prefix read of `key` in `content`, into `value_out`.
+int read_in(std::string_view content, const char *key, char *value_out, uint32_t value_size,
+            StemIndex *index = nullptr)
 {
     if (key == nullptr || value_out == nullptr)
         return kErrnoInval;
-    std::string_view piece = cfg_find_answer(content_, key);
+    std::string_view piece = cfg_find_answer(content, key, index);
     if (piece.empty())
         return kErrSysNotFound;
     if (piece.back() == '\n')
@@ -288,6 +301,23 @@ int ConfSession::read(const char *key, char *value_out, uint32_t value_size) con
     memcpy(value_out, found, found_len);
     value_out[found_len] = '\0';
     return 0;
+}
+
+int read_item_in(std::string_view content, uint32_t phy_id, const char *item, char *value_out,
+                 uint32_t value_size, StemIndex *index = nullptr)
+{
+    if (item == nullptr || value_out == nullptr)
+        return kErrnoInval;
+    char key[kCfgLineSize];
+    const int ret = cfg_build_key(phy_id, item, key);
+    return ret != 0 ? ret : read_in(content, key, value_out, value_size, index);
+}
+
+} // namespace
+
+int ConfSession::read(const char *key, char *value_out, uint32_t value_size) const
+{
+    return read_in(content_, key, value_out, value_size);
 }
 
 namespace
@@ -384,11 +414,7 @@ int ConfSession::del(const char *key)
 int ConfSession::read_item(uint32_t phy_id, const char *item, char *value_out,
                            uint32_t value_size) const
 {
-    if (item == nullptr || value_out == nullptr)
-        return kErrnoInval;
-    char key[kCfgLineSize];
-    const int ret = cfg_build_key(phy_id, item, key);
-    return ret != 0 ? ret : read(key, value_out, value_size);
+    return read_item_in(content_, phy_id, item, value_out, value_size);
 }
 
 int ConfSession::write_item(uint32_t phy_id, const char *item, const char *value)
@@ -418,10 +444,6 @@ int ConfSession::commit()
     if (!dirty_)
         return 0;
     const int code = access_ == ConfAccess::kWrite ? kErrSysWrite : kErrSysDelete;
-    if (fd_ < 0) {
-        DRV_ERR("vorn.conf changed in a session answered from a snapshot");
-        return code;
-    }
     const std::string tmp = path_ + kTmpSuffix;
     if (unlink(tmp.c_str()) != 0 && errno != ENOENT) {
         DRV_ERR("remove %s fail, errno:%d", tmp.c_str(), errno);
@@ -463,22 +485,46 @@ int ConfSession::commit()
     return 0;
 }
 
-ConfSnapshot::ConfSnapshot()
+size_t StemIndex::find_next(std::string_view content, std::string_view needle, size_t from)
 {
-    if (g_snapshot != nullptr)
-        return;
-    ConfSession session(ConfAccess::kRead);
-    if (session.open() != 0)
-        return;
-    content_ = std::string(session.content());
-    g_snapshot = &content_;
-    active_ = true;
+    const std::string_view stem = needle.substr(0, needle.find_first_of("0123456789"));
+    if (stem.empty())
+        return find_from(content, needle, from);
+    auto it = hits_.find(stem);
+    if (it == hits_.end()) {
+        std::vector<size_t> hits;
+        for (size_t at = find_from(content, stem, 0); at != std::string_view::npos;
+             at = find_from(content, stem, at + 1))
+            hits.push_back(at);
+        it = hits_.emplace(std::string(stem), std::move(hits)).first;
+    }
+    for (auto at = std::lower_bound(it->second.begin(), it->second.end(), from);
+         at != it->second.end(); ++at) {
+        if (content.compare(*at, needle.size(), needle) == 0)
+            return *at;
+    }
+    return std::string_view::npos;
 }
 
-ConfSnapshot::~ConfSnapshot()
+size_t cfg_find_next(std::string_view content, std::string_view needle, size_t from,
+                     StemIndex *index)
 {
-    if (active_)
-        g_snapshot = nullptr;
+    return index != nullptr ? index->find_next(content, needle, from)
+                            : find_from(content, needle, from);
+}
+
+int ConfView::open(const char *path)
+{
+    ConfSession session(ConfAccess::kRead);
+    ret_ = session.open(path);
+    content_ = ret_ == 0 ? std::string(session.content()) : std::string();
+    return ret_;
+}
+
+int ConfView::read_item(uint32_t phy_id, const char *item, char *value_out,
+                        uint32_t value_size) const
+{
+    return ret_ != 0 ? ret_ : read_item_in(content_, phy_id, item, value_out, value_size, &index_);
 }
 
 const char *cfg_conf_path()

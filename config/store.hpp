@@ -19,8 +19,12 @@
 #include <sys/types.h>
 
 #include <cstdint>
+#include <cstring>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/result.hpp"
 
@@ -115,21 +119,43 @@ class ConfSession
     mode_t mode_ = 0;
 };
 
-/// While a snapshot lives, sessions that only read the configuration file (reads and route
-/// walks) are answered from one copy of it, taken under the file's lock when the snapshot began,
-/// instead of reading the file again each time. For a run that reads many items while the setting
-/// lock keeps every writer out: the replay of all saved items of a device.
-class ConfSnapshot
+/// Where the stems of searched needles stand in one content that does not change: the part of
+/// a needle before its first digit ("arp_" of "arp_3="), found on the first search and kept, so
+/// that the same search for each device costs one look.
+class StemIndex
 {
   public:
-    ConfSnapshot();
-    ~ConfSnapshot();
-    ConfSnapshot(const ConfSnapshot &) = delete;
-    ConfSnapshot &operator=(const ConfSnapshot &) = delete;
+    /// Where `needle` next stands in `content` at or after `from`; npos when nowhere.
+    [[nodiscard]] size_t find_next(std::string_view content, std::string_view needle, size_t from);
+
+  private:
+    std::map<std::string, std::vector<size_t>, std::less<>> hits_;
+};
+
+/// A read-only view of the configuration file: its content, read once under the file's lock,
+/// and reads of it. It cannot write. A run that reads many items (the replay of a device, while
+/// the setting lock keeps every writer out) reads them all from one view.
+class ConfView
+{
+  public:
+    /// Reads the file at `path`. 0, or the code of a read session that cannot open it; every
+    /// read of the view then fails with that code.
+    [[nodiscard]] int open(const char *path);
+    [[nodiscard]] int open() { return open(cfg_conf_path()); }
+
+    /// The item read of ConfSession: the first line that begins with "<item>_<phy_id>".
+    [[nodiscard]] int read_item(uint32_t phy_id, const char *item, char *value_out,
+                                uint32_t value_size) const;
+    /// 0 when the file was read, else the code of its open.
+    [[nodiscard]] int status() const { return ret_; }
+    [[nodiscard]] std::string_view content() const { return content_; }
+    /// The index of the searches in the content: the content never changes while the view lives.
+    [[nodiscard]] StemIndex *index() const { return &index_; }
 
   private:
     std::string content_;
-    bool active_ = false;
+    int ret_ = kErrSysRead;
+    mutable StemIndex index_;
 };
 
 /// Calls `fn(piece)` for each line of `content` in order as a 384-byte line buffer reads it:
@@ -150,8 +176,50 @@ template <typename Fn> int cfg_for_each_piece(std::string_view content, Fn &&fn)
     return 0;
 }
 
+/// Where `needle` next stands in `content` at or after `from`; npos when nowhere. With an index
+/// of that content (a view's), through the index.
+[[nodiscard]] size_t cfg_find_next(std::string_view content, std::string_view needle, size_t from,
+                                   StemIndex *index);
+
+/// As cfg_for_each_piece, for the pieces only whose text (up to a zero byte) contains `needle`:
+/// the others are passed over unseen, found by cfg_find_next rather than a look at each line,
+/// which keeps the walks of a large file cheap. An empty needle: every piece.
+template <typename Fn>
+int cfg_for_each_piece_with(std::string_view content, std::string_view needle, Fn &&fn,
+                            StemIndex *index = nullptr)
+{
+    if (needle.empty())
+        return cfg_for_each_piece(content, fn);
+    constexpr size_t kPiece = kCfgLineSize - 1;
+    size_t from = 0;
+    while (from < content.size()) {
+        const size_t pos = cfg_find_next(content, needle, from, index);
+        if (pos == std::string_view::npos)
+            return 0;
+        const size_t nl = pos == 0 ? std::string_view::npos : content.rfind('\n', pos - 1);
+        const size_t line_start = nl == std::string_view::npos ? 0 : nl + 1;
+        // The piece as cfg_for_each_piece cuts it: a line in pieces of kPiece from its start.
+        const size_t start = line_start + (pos - line_start) / kPiece * kPiece;
+        const std::string_view rest = content.substr(start);
+        const size_t window = rest.size() < kPiece ? rest.size() : kPiece;
+        const size_t end = rest.substr(0, window).find('\n');
+        const std::string_view piece =
+            rest.substr(0, end != std::string_view::npos ? end + 1 : window);
+        if (pos + needle.size() > start + strnlen(piece.data(), piece.size())) {
+            from = pos + 1; // across a piece's end or after its zero byte: not in its text
+            continue;
+        }
+        const int ret = fn(piece);
+        if (ret != 0)
+            return ret;
+        from = start + piece.size();
+    }
+    return 0;
+}
+
 /// The piece of `content` (with its newline) that a read of `key` is answered by: the first, in
 /// file order, that begins with the key and holds "=", comments and pieces shorter than 3
 /// characters left aside; empty when none is. The key may continue in the piece ("mtu_10=..."
 /// answers "mtu_1"): the read's prefix rule.
-[[nodiscard]] std::string_view cfg_find_answer(std::string_view content, std::string_view key);
+[[nodiscard]] std::string_view cfg_find_answer(std::string_view content, std::string_view key,
+                                               StemIndex *index = nullptr);

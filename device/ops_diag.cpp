@@ -25,18 +25,6 @@ int get_sized(const char *name, uint32_t logic_id, uint32_t opcode, void *out, u
     return kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, out, len);
 }
 
-// A table of records: `*count` is the caller's capacity in, the number of whole records out.
-template <typename T>
-int read_table(const char *name, uint32_t logic_id, uint32_t opcode, T *records, uint32_t *count)
-{
-    uint32_t received = 0;
-    const auto capacity = static_cast<uint32_t>(*count * sizeof(T));
-    int ret =
-        kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, records, capacity, 0, &received);
-    *count = ret == 0 ? received / static_cast<uint32_t>(sizeof(T)) : 0;
-    return ret;
-}
-
 // A request without reply.
 int set_only(const char *name, uint32_t logic_id, uint32_t opcode, const void *in, uint32_t len)
 {
@@ -237,7 +225,7 @@ int kopa_get_device_process(uint32_t logic_id, kopa_process_record *records, uin
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(records, logic_id) ||
         !KOPA_ARG_OK(count, logic_id))
         return kErrnoInval;
-    return read_table(__func__, logic_id, KOPA_OP_get_device_process, records, count);
+    return kopa_read_table(__func__, logic_id, KOPA_OP_get_device_process, records, count);
 }
 
 int kopa_get_eth_reg_info(uint32_t logic_id, kopa_reg_record *records, uint32_t *count)
@@ -245,7 +233,7 @@ int kopa_get_eth_reg_info(uint32_t logic_id, kopa_reg_record *records, uint32_t 
     if (!KOPA_LOGIC_ID_OK(logic_id) || !KOPA_ARG_OK(records, logic_id) ||
         !KOPA_ARG_OK(count, logic_id))
         return kErrnoInval;
-    return read_table(__func__, logic_id, KOPA_OP_get_eth_reg_info, records, count);
+    return kopa_read_table(__func__, logic_id, KOPA_OP_get_eth_reg_info, records, count);
 }
 
 int kopa_get_network_register(uint32_t logic_id, uint32_t offset, uint32_t *value)

@@ -40,18 +40,20 @@ void kopa_report_permission()
     DRV_ERR("permission denied: pls check this cmd run permission.");
 }
 
-int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode, const void *in,
-                           uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid,
-                           uint32_t *received, uint32_t *copied)
+namespace
+{
+
+// One exchange: the firmware's verdict, the bytes the channel counted for the reply and those it
+// copied into `out`.
+int exchange(const char *name, uint32_t logic_id, uint32_t opcode, const void *in, uint32_t in_len,
+             void *out, uint32_t out_len, uint32_t client_pid, uint32_t *received, uint32_t *copied)
 {
     uint32_t size_out = out_len;
     network_channel_para para{opcode, in, in_len, out, &size_out, -1, client_pid};
     int ret = kopa_network_transmission_channel(logic_id, &para);
     // The channel adds every piece it receives to the size word instead of resetting it.
-    if (received != nullptr)
-        *received = size_out - out_len;
-    if (copied != nullptr)
-        *copied = para.copied;
+    *received = size_out - out_len;
+    *copied = para.copied;
     if (ret != 0) {
         DRV_ERR("%s fail ret[%d] logic_id[%d]", name, ret, static_cast<int>(logic_id));
         return ret;
@@ -63,13 +65,53 @@ int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode,
     return para.result;
 }
 
+} // namespace
+
+int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode, const void *in,
+                           uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid,
+                           uint32_t *copied)
+{
+    uint32_t received = 0;
+    uint32_t taken = 0;
+    int ret =
+        exchange(name, logic_id, opcode, in, in_len, out, out_len, client_pid, &received, &taken);
+    if (copied != nullptr)
+        *copied = ret == 0 ? taken : 0;
+    if (ret != 0 || out_len == 0 || received == taken)
+        return ret;
+    DRV_ERR("%s reply carries %u bytes, %u of them copied, logic_id[%d]", name, received, taken,
+            static_cast<int>(logic_id));
+    if (copied != nullptr)
+        *copied = 0;
+    return kErrnoInval;
+}
+
+int kopa_read_records(const char *name, uint32_t logic_id, uint32_t opcode, void *records,
+                      uint32_t record_size, uint32_t *count)
+{
+    uint32_t copied = 0;
+    int ret = kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, records,
+                                     *count * record_size, 0, &copied);
+    *count = 0;
+    if (ret != 0)
+        return ret;
+    // A reply that ends inside a record carries part of an entry the device did not send whole.
+    if (copied % record_size != 0) {
+        DRV_ERR("%s reply carries %u bytes, not whole records of %u, logic_id[%d]", name, copied,
+                record_size, static_cast<int>(logic_id));
+        return kErrnoInval;
+    }
+    *count = copied / record_size;
+    return 0;
+}
+
 int kopa_exchange(const char *name, uint32_t logic_id, uint32_t opcode, const void *in,
                   uint32_t in_len, void *out, uint32_t out_len, uint32_t client_pid)
 {
     uint32_t received = 0;
     uint32_t copied = 0;
-    int ret = kopa_exchange_variable(name, logic_id, opcode, in, in_len, out, out_len, client_pid,
-                                     &received, &copied);
+    int ret =
+        exchange(name, logic_id, opcode, in, in_len, out, out_len, client_pid, &received, &copied);
     if (ret != 0 || out_len == 0 || (received == out_len && copied == out_len))
         return ret;
     // Fewer bytes leave part of the record unsent. More are counted only when the channel

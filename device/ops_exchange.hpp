@@ -37,10 +37,28 @@ void kopa_report_permission();
 
 /// As kopa_exchange for a reply whose length the device chooses (texts, tables, dumps, a
 /// number of records): whatever arrives within the `out_len` bytes of `out` is taken, an
-/// empty reply included. When `received` is given it gets the number of bytes the channel
-/// counted for the reply (a first piece longer than a packet included, though never copied);
-/// when `copied` is given, the number of bytes copied into `out`.
+/// empty reply included, and `copied` (when given) gets the number of bytes copied into `out`.
+/// A reply the channel counted longer than it copied (a first piece longer than a packet, which
+/// it passes over) is a device failure: logged as "<name> reply carries %u bytes, %u of them
+/// copied, logic_id[%d]" and returned as -22, so that no caller sizes an answer by bytes it
+/// never received.
 [[nodiscard]] int kopa_exchange_variable(const char *name, uint32_t logic_id, uint32_t opcode,
                                          const void *in, uint32_t in_len, void *out,
                                          uint32_t out_len, uint32_t client_pid = 0,
-                                         uint32_t *received = nullptr, uint32_t *copied = nullptr);
+                                         uint32_t *copied = nullptr);
+
+/// A table of records of `record_size` bytes read into `records`: `*count` is the caller's room
+/// in records on entry and the number of whole records copied on return (0 on failure). A reply
+/// that ends inside a record is a device failure, logged as "<name> reply carries %u bytes, not
+/// whole records of %u, logic_id[%d]" and returned as -22.
+[[nodiscard]] int kopa_read_records(const char *name, uint32_t logic_id, uint32_t opcode,
+                                    void *records, uint32_t record_size, uint32_t *count);
+
+/// kopa_read_records for an array of T.
+template <typename T>
+[[nodiscard]] int kopa_read_table(const char *name, uint32_t logic_id, uint32_t opcode, T *records,
+                                  uint32_t *count)
+{
+    return kopa_read_records(name, logic_id, opcode, records, static_cast<uint32_t>(sizeof(T)),
+                             count);
+}

@@ -25,8 +25,7 @@ int kopa_get_tls_cfg(uint32_t logic_id, uint32_t /*port_id*/, kopa_tls_cert_info
         return kErrnoInval;
     if (count == 0 || count > KOPA_TLS_CERT_INFO_MAX)
         return kErrnoInval;
-    return kopa_exchange_variable(__func__, logic_id, KOPA_OP_get_tls_cfg, nullptr, 0, records,
-                                  count * static_cast<uint32_t>(sizeof(kopa_tls_cert_info)));
+    return kopa_read_table(__func__, logic_id, KOPA_OP_get_tls_cfg, records, &count);
 }
 
 int kopa_clear_tls_cfg(uint32_t logic_id, uint32_t port_id)

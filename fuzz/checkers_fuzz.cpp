@@ -7,9 +7,9 @@
 #include <cstring>
 #include <string>
 
+#include "cmdline/checkers.hpp"
 #include "commands/port_settings.hpp"
 #include "fuzz/fuzz_support.hpp"
-#include "main/checkers.hpp"
 
 extern "C" int LLVMFuzzerInitialize(int *argc, char ***argv)
 {

@@ -34,13 +34,13 @@
 #include <vector>
 
 #include "base/result.hpp"
+#include "cmdline/identity.hpp"
 #include "config/store.hpp"
 #include "emu/state.hpp"
 #include "fuzz/fuzz_support.hpp"
 #include "main/cmd_table.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
-#include "main/identity.hpp"
 
 namespace
 {

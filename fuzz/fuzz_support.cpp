@@ -2,6 +2,7 @@
 #include "fuzz/fuzz_support.hpp"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -90,6 +91,28 @@ void fuzz_fault(const char *target, const std::string &what, const std::string &
     text += "\n";
     (void)!write(g_report_fd, text.data(), text.size());
     abort();
+}
+
+std::string fuzz_take_stdout()
+{
+    static bool captured = false;
+    (void)fflush(stdout);
+    std::string text;
+    if (!captured) {
+        const int fd = memfd_create("stdout", MFD_CLOEXEC);
+        if (fd < 0 || dup2(fd, STDOUT_FILENO) < 0)
+            fail("stdout");
+        (void)close(fd);
+        captured = true;
+        return text;
+    }
+    const off_t size = lseek(STDOUT_FILENO, 0, SEEK_END);
+    text.resize(size > 0 ? static_cast<size_t>(size) : 0);
+    if (!text.empty() && pread(STDOUT_FILENO, text.data(), text.size(), 0) != size)
+        fail("stdout");
+    if (ftruncate(STDOUT_FILENO, 0) != 0 || lseek(STDOUT_FILENO, 0, SEEK_SET) != 0)
+        fail("stdout");
+    return text;
 }
 
 std::string fuzz_slurp(const std::string &path)

@@ -25,6 +25,11 @@ void fuzz_quiet(int *argc, char ***argv);
 [[noreturn]] void fuzz_fault(const char *target, const std::string &what,
                              const std::string &detail = "");
 
+/// What the target printed on standard output since the last call (the first call puts a memory
+/// file in place of standard output, over whatever libFuzzer made of it, and answers ""). Each
+/// call starts the capture afresh.
+std::string fuzz_take_stdout();
+
 /// Whole contents of a file, "" when it cannot be read.
 std::string fuzz_slurp(const std::string &path);
 /// Replaces a file's contents (creating it with `mode`); false on failure.

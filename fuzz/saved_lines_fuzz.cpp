@@ -139,7 +139,7 @@ void check_policy(DevRef dev, const std::string &text)
 {
     const std::string id = std::to_string(dev.logic_id);
     fake_firmware().reset();
-    (void)tool_cfg_ip_rule_recovery(dev);
+    (void)tool_cfg_replay_now(tool_cfg_ip_rule_recovery, dev);
     for (const kopa_ip_rule_record &r : sent<kopa_ip_rule_record>(KOPA_OP_add_ip_rule)) {
         if (r.dir > 1 || r.mask_bits > 32 || r.table > 255)
             fuzz_fault("saved_lines_fuzz", "rule out of range", quad(r.ip));
@@ -147,7 +147,7 @@ void check_policy(DevRef dev, const std::string &text)
             fuzz_fault("saved_lines_fuzz", "rule of no saved line", quad(r.ip));
     }
     fake_firmware().reset();
-    (void)tool_cfg_ip_route_recovery(dev);
+    (void)tool_cfg_replay_now(tool_cfg_ip_route_recovery, dev);
     for (const kopa_ip_route_record &r : sent<kopa_ip_route_record>(KOPA_OP_add_ip_route)) {
         if (r.mask_bits > 32 || r.table > 255 || r.dev > 7)
             fuzz_fault("saved_lines_fuzz", "policy route out of range", quad(r.ip));
@@ -156,7 +156,7 @@ void check_policy(DevRef dev, const std::string &text)
             fuzz_fault("saved_lines_fuzz", "policy route of no saved line", quad(r.ip));
     }
     fake_firmware().reset();
-    (void)tool_cfg_arp_recovery(dev);
+    (void)tool_cfg_replay_now(tool_cfg_arp_recovery, dev);
     for (const kopa_arp_record &r : sent<kopa_arp_record>(KOPA_OP_add_arp_entry)) {
         if (r.dev > 7)
             fuzz_fault("saved_lines_fuzz", "arp entry out of range", quad(r.ip));

@@ -12,8 +12,8 @@
 #include <string>
 
 #include "base/identity.hpp"
+#include "cmdline/identity.hpp"
 #include "fuzz/fuzz_support.hpp"
-#include "main/identity.hpp"
 
 namespace
 {

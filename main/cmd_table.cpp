@@ -1,31 +1,12 @@
-// The command table of vorn_tool: one row per command, in the order help lists them. Each
-// command's words, operations and help live in its own file under commands/.
+// The command table of vorn_tool, from the rows named in main/cmd_table.hpp.
 #include "main/cmd_table.hpp"
 
 #include <cstring>
 
-// Defined by the command files.
-extern const CmdDesc kIpCmd, kGatewayCmd, kNetdetectCmd, kLldpCmd, kMacCmd, kCfgCmd, kLinkCmd,
-    kDscpCmd, kShapingCmd, kMtuCmd, kNetHealthCmd, kArpCmd, kRouteCmd, kPciCmd, kContextCmd,
-    kRegCmd, kOpticalCmd, kStatCmd, kCfgAllCmd, kTlsCmd, kVersionCmd, kVnicCmd, kProcessCmd,
-    kUdpCmd, kBandwidthCmd, kStatusCmd, kGenericCmd, kEthTestCmd;
-extern const CmdDesc kRoceTestCmd, kSpeedCmd, kDuplexCmd, kBackpressureCmd, kFecCmd, kPfcCmd,
-    kTcCfgCmd, kCurTcBufCmd, kPrioTcCmd, kPingCmd, kSendArpCmd;
-
-cmd_record g_cmd_list[kCmdListMax] = {
-    {&kIpCmd},        {&kGatewayCmd}, {&kNetdetectCmd}, {&kLldpCmd},    {&kMacCmd},
-    {&kCfgCmd},       {&kLinkCmd},    {&kDscpCmd},      {&kShapingCmd}, {&kMtuCmd},
-    {&kNetHealthCmd}, {&kArpCmd},     {&kRouteCmd},     {&kPciCmd},     {&kContextCmd},
-    {&kRegCmd},       {&kOpticalCmd}, {&kStatCmd},      {&kCfgAllCmd},  {&kTlsCmd},
-    {&kVersionCmd},   {&kVnicCmd},    {&kProcessCmd},   {&kUdpCmd},     {&kBandwidthCmd},
-    {&kStatusCmd},    {&kGenericCmd}, {&kEthTestCmd},
-};
-
-const cmd_record g_cmd_list_ext[kCmdListExtNum] = {
-    {&kRoceTestCmd}, {&kSpeedCmd}, {&kDuplexCmd},  {&kBackpressureCmd},
-    {&kFecCmd},      {&kPfcCmd},   {&kTcCfgCmd},   {&kCurTcBufCmd},
-    {&kPrioTcCmd},   {&kPingCmd},  {&kSendArpCmd},
-};
+#define VORN_COMMAND_ROW(name) {&name},
+cmd_record g_cmd_list[kCmdListMax] = {VORN_FIXED_COMMANDS(VORN_COMMAND_ROW)};
+const cmd_record g_cmd_list_ext[kCmdListExtNum] = {VORN_EXT_COMMANDS(VORN_COMMAND_ROW)};
+#undef VORN_COMMAND_ROW
 
 const char *cmd_record::dev_token() const
 {

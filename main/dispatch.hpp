@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "main/cmd.hpp"
+#include "cmdline/cmd.hpp"
 #include "main/cmd_table.hpp"
 
 inline constexpr int kArgcMax = 64;       ///< argc must stay below this

@@ -3,7 +3,7 @@
 
 #include <cstdint>
 
-#include "main/cmd.hpp"
+#include "cmdline/cmd.hpp"
 
 /// Prints the text of a command-line shape error (class 0x1000) on standard error.
 void uda_handle_major_err(int32_t code);

@@ -8,11 +8,11 @@
 #include <cstring>
 
 #include "base/result.hpp"
+#include "cmdline/identity.hpp"
 #include "log/driver_log.hpp"
 #include "log/run_log.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
-#include "main/identity.hpp"
 
 namespace
 {

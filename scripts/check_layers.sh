@@ -1,11 +1,15 @@
 #!/usr/bin/env bash
-# Fails when a lower layer of the tool includes a higher one. From the bottom up:
+# Fails when a lower layer of the tool includes a higher one. (The build links each layer on
+# its own, so a call upwards fails there; this check catches the include, which may bring an
+# inline function or a type along without a call.) From the bottom up:
 #   base/                      includes nothing of the tool's own
-#   log/, config/, device/     may include base/ and each other's headers, never main/,
-#                              commands/ or tls/
+#   log/, config/, device/     may include base/ and each other's headers, never cmdline/,
+#                              commands/, tls/ or main/
+#   cmdline/                   the command contract and its helpers: never commands/, tls/, main/
+#   commands/, tls/            never main/
 #   platform/kopa_platform.h   is included only by device/ and the driver-log channel
-# main/, commands/ and tls/ sit on top. vornctl/, a second program on the same core library,
-# sits on top like main/: it may include every layer below it, and no layer includes vornctl/.
+# main/ sits on top. vornctl/, a second program on the same layers, sits on top like main/: it
+# may include every layer below it, and no layer includes vornctl/.
 # Usage: scripts/check_layers.sh [source root]
 set -uo pipefail
 root=${1:-$(dirname "$0")/..}
@@ -28,12 +32,28 @@ for dir in log config device; do
   while IFS=: read -r file line inc; do
     [[ -n "$file" ]] || continue
     case "$inc" in
-      main/* | commands/* | tls/* | vornctl/*) fail "$file:$line includes $inc ($dir/ must not reach upwards)" ;;
+      main/* | cmdline/* | commands/* | tls/* | vornctl/*) fail "$file:$line includes $inc ($dir/ must not reach upwards)" ;;
     esac
   done < <(includes "$dir")
 done
 
-for dir in main commands tls; do
+while IFS=: read -r file line inc; do
+  [[ -n "$file" ]] || continue
+  case "$inc" in
+    main/* | commands/* | tls/*) fail "$file:$line includes $inc (cmdline/ must not reach upwards)" ;;
+  esac
+done < <(includes cmdline)
+
+for dir in commands tls; do
+  while IFS=: read -r file line inc; do
+    [[ -n "$file" ]] || continue
+    case "$inc" in
+      main/*) fail "$file:$line includes $inc (main/ is the top of the tool)" ;;
+    esac
+  done < <(includes "$dir")
+done
+
+for dir in main cmdline commands tls; do
   while IFS=: read -r file line inc; do
     [[ -n "$file" ]] || continue
     case "$inc" in
@@ -42,7 +62,7 @@ for dir in main commands tls; do
   done < <(includes "$dir")
 done
 
-for dir in base log config commands main tls vornctl; do
+for dir in base log config cmdline commands main tls vornctl; do
   while IFS=: read -r file line inc; do
     [[ -n "$file" ]] || continue
     [[ "$inc" == platform/kopa_platform.h ]] || continue

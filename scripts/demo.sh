@@ -29,7 +29,7 @@ say "An emulated host with eight devices on one server board (groups 0-3 and 4-7
 "$emu" init --devices 8
 "$emu" show | head -n 12
 
-say "Help lists the 39 commands"
+say "Help lists the $("$tool" -h | grep -c '^vorn_tool') commands"
 "$tool" -h | grep '^vorn_tool' | head -n 6
 echo "..."
 

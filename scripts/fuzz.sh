@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 secs=${1:-60}
 if (($# > 0)); then shift; fi
 targets=("$@")
-((${#targets[@]} > 0)) || targets=(cmdline_fuzz reply_fuzz store_fuzz saved_lines_fuzz run_log_fuzz
+((${#targets[@]} > 0)) || targets=(cmdline_fuzz reply_fuzz table_print_fuzz store_fuzz saved_lines_fuzz run_log_fuzz
   ssh_client_fuzz checkers_fuzz)
 build=build-fz
 

@@ -155,14 +155,22 @@ int replace_private_file(const std::string &path, const void *data, size_t len)
     return sync_dir(dir_of(path));
 }
 
+// The key is written into a file without a name, which gets one only once it is whole and
+// synced: a run killed before leaves no file behind, not even a temporary one with key bytes.
 int create_private_file(const std::string &path, const void *data, size_t len)
 {
-    const std::string tmp = path + ".tmp." + std::to_string(getpid());
-    int ret = write_synced(tmp, data, len);
-    if (ret != 0)
-        return ret;
-    ret = link(tmp.c_str(), path.c_str()) == 0 ? 0 : -errno;
-    (void)unlink(tmp.c_str());
+    const int fd = open(dir_of(path).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    if (fd < 0)
+        return -errno;
+    int ret = write_all(fd, data, len);
+    if (ret == 0 && fsync(fd) != 0)
+        ret = -errno;
+    // The name is linked from the descriptor's own entry, which needs no privilege.
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    if (ret == 0 && linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        ret = -errno;
+    if (close(fd) != 0 && ret == 0)
+        ret = -errno;
     if (ret != 0)
         return ret;
     return sync_dir(dir_of(path));

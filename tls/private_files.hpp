@@ -26,8 +26,9 @@
 /// errno; on failure the old file is untouched.
 [[nodiscard]] int replace_private_file(const std::string &path, const void *data, size_t len);
 
-/// Creates `path` with `len` bytes of `data` (mode 0600) unless it exists: the synced temporary
-/// file is linked to its name, which never replaces a file. 0, -EEXIST, or a negated errno.
+/// Creates `path` with `len` bytes of `data` (mode 0600) unless it exists: a synced file without
+/// a name (O_TMPFILE) is linked to it, which never replaces a file and leaves nothing behind when
+/// the run is killed. 0, -EEXIST, or a negated errno.
 [[nodiscard]] int create_private_file(const std::string &path, const void *data, size_t len);
 
 /// Removes `path` and syncs its directory. 0 also when it did not exist.

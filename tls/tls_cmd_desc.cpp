@@ -14,8 +14,8 @@
 
 #include "base/identity.hpp"
 #include "base/result.hpp"
+#include "cmdline/cmd.hpp"
 #include "log/driver_log.hpp"
-#include "main/cmd.hpp"
 #include "tls/tls_module.hpp"
 
 #ifndef VORN_TLS_MODULE_DIR
@@ -136,6 +136,15 @@ int32_t tool_tls_cmd_load_and_run(int argc, char **argv, cmd_parse_info *info)
     return entry(&call);
 }
 
+// Each operation checks its own words in the module. TLS settings are kept by the device or by
+// the host store under its own lock, never in /etc/vorn.conf: none takes the setting lock (a
+// set also waits for the pass phrase at the terminal, which must not hold other runs up).
+constexpr CmdOp kTlsOps[] = {
+    {"-g", kOwnCount, false, tool_tls_cmd_load_and_run},
+    {"-s", kOwnCount, false, tool_tls_cmd_load_and_run},
+    {"-c", kOwnCount, false, tool_tls_cmd_load_and_run},
+};
+
 } // namespace
 
 extern constexpr CmdDesc kTlsCmd{
@@ -144,6 +153,7 @@ extern constexpr CmdDesc kTlsCmd{
     .handler = "tool_tls_cmd_execute",
     .description = "tls cfg cmd",
     .help = kHelpTls,
+    .ops = kTlsOps,
+    .unknown_op = {RefusalLog::kDriverLog, nullptr, "Get unknown option!\n"},
     .masks = kTlsMasks,
-    .whole = tool_tls_cmd_load_and_run,
 };

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "main/cmd.hpp"
+#include "cmdline/cmd.hpp"
 
 /// Raised whenever the layout of VornTlsModuleCall or of cmd_parse_info changes.
 inline constexpr uint32_t kVornTlsModuleAbi = 1;

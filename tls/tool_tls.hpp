@@ -5,8 +5,8 @@
 #include <climits>
 #include <cstdint>
 
+#include "cmdline/cmd.hpp"
 #include "device/ops.hpp"
-#include "main/cmd.hpp"
 #include "tls/tls_record.hpp"
 
 inline constexpr uint32_t kTlsPathBufLen = PATH_MAX + 1; ///< 4097

@@ -192,6 +192,26 @@ void lint_line_shapes(LintContext &ctx)
     }
 }
 
+// Every saved value that fits goes through its item's own check, as replay runs it: a value it
+// refuses fails the device's recovery at that item and leaves every later item unapplied.
+void lint_value(LintContext &ctx, const Piece &p, const SavedItem &item, uint32_t phy)
+{
+    const std::string value = value_of(p.text);
+    int32_t ret = item.check(value.c_str());
+    const char *who = "recovery";
+    if (ret == kOk && item.device_check != nullptr) {
+        ret = item.device_check(value.c_str());
+        who = "the device";
+    }
+    if (ret == kOk)
+        return;
+    ctx.add(Severity::kError, p.line,
+            key_of(p.text) + ": " + who + " refuses the " + item.what + " \"" + value + "\" (" +
+                hex(ret) + "), so the recovery of device " + std::to_string(phy) +
+                " stops there, leaving every later item unapplied",
+            set_command(ctx, phy, item.key, {{item.key, "<" + std::string(item.key) + ">"}}));
+}
+
 // Values read back into a fixed buffer: a longer one makes the read fail, and recovery takes
 // the item for unsaved.
 void lint_buffers(LintContext &ctx)
@@ -217,8 +237,10 @@ void lint_buffers(LintContext &ctx)
                 why = "its list of " + std::to_string(entries) + " entries exceeds the " +
                       std::to_string(kDscpValues) + " DSCP values: recovery of device " +
                       std::to_string(*phy) + " refuses it and stops there";
-            if (why.empty())
+            if (why.empty()) {
+                lint_value(ctx, p, def, *phy);
                 continue;
+            }
             // A DSCP set merges into the saved list, which it refuses to read as it stands.
             std::string suggestion;
             if (def.kind == ItemKind::kDscpMap)
@@ -229,41 +251,6 @@ void lint_buffers(LintContext &ctx)
                 suggestion =
                     set_command(ctx, *phy, def.key, {{def.key, "<" + std::string(def.key) + ">"}});
             ctx.add(Severity::kError, p.line, key + ": " + why, suggestion);
-        }
-    }
-}
-
-// Every saved value goes through its item's own check, as replay runs it: a value it refuses
-// fails the device's recovery at that item and leaves every later item unapplied.
-void lint_values(LintContext &ctx)
-{
-    for (const Piece &p : ctx.pieces) {
-        if (p.comment || p.continued || p.text.find('=') == std::string::npos)
-            continue;
-        const std::string key = key_of(p.text);
-        const std::string value = value_of(p.text);
-        for (const SavedItem *item : g_saved_items) {
-            const auto phy = item->buffer != 0 ? ctl_key_id(key, item->key) : std::nullopt;
-            // A value longer than its buffer is never read, and a DSCP list longer than the DSCP
-            // values: those findings are made above.
-            const size_t entries = std::count(value.begin(), value.end(), ',') + 1;
-            if (!phy || value.size() >= item->buffer ||
-                (item->kind == ItemKind::kDscpMap && entries > kDscpValues))
-                continue;
-            int32_t ret = item->check(value.c_str());
-            const char *who = "recovery";
-            if (ret == kOk && item->device_check != nullptr) {
-                ret = item->device_check(value.c_str());
-                who = "the device";
-            }
-            if (ret == kOk)
-                continue;
-            ctx.add(Severity::kError, p.line,
-                    key + ": " + who + " refuses the " + item->what + " \"" + value + "\" (" +
-                        hex(ret) + "), so the recovery of device " + std::to_string(*phy) +
-                        " stops there, leaving every later item unapplied",
-                    set_command(ctx, *phy, item->key,
-                                {{item->key, "<" + std::string(item->key) + ">"}}));
         }
     }
 }
@@ -757,7 +744,6 @@ int ctl_lint(const CtlOptions &opts)
 
     lint_line_shapes(ctx);
     lint_buffers(ctx);
-    lint_values(ctx);
     lint_list_sizes(ctx);
     lint_prefix_reads(ctx);
     const std::vector<RouteLine> routes = lint_route_forms(ctx);

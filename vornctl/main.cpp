@@ -11,7 +11,7 @@
 #include <string_view>
 
 #include "base/result.hpp"
-#include "main/checkers.hpp"
+#include "cmdline/checkers.hpp"
 #include "vornctl/host_view.hpp"
 #include "vornctl/vornctl.hpp"
 

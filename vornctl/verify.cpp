@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "base/result.hpp"
+#include "cmdline/identity.hpp"
+#include "cmdline/setting_lock.hpp"
 #include "commands/recovery.hpp"
 #include "log/run_log.hpp"
-#include "main/identity.hpp"
-#include "main/setting_lock.hpp"
 #include "vornctl/host_view.hpp"
 #include "vornctl/json_out.hpp"
 #include "vornctl/vornctl.hpp"

@@ -19,7 +19,7 @@ std::string escaped(const std::string &text)
     return buf;
 }
 
-std::string printed(const std::string &text)
+std::string printed(const std::string &text, bool field = false)
 {
     char *data = nullptr;
     size_t size = 0;
@@ -28,7 +28,10 @@ std::string printed(const std::string &text)
         ADD_FAILURE() << "open_memstream";
         return {};
     }
-    print_escaped(out, text.data(), text.size());
+    if (field)
+        print_field_escaped(out, text.data(), text.size());
+    else
+        print_escaped(out, text.data(), text.size());
     fclose(out);
     std::string result(data, size);
     free(data);
@@ -55,6 +58,9 @@ TEST(EscapeTest, ControlBytesBecomeHexEscapesAndTextStaysAsItIs)
         // Escapes on both sides of the printer's chunk boundary.
         {long_text, std::string(255, 'a') + "\\x1b\\x1b" + std::string(300, 'b')},
     };
+    // A field of a table row keeps to its row: newlines and tabs are escaped too.
+    EXPECT_EQ(printed("a\nb\tc\x1b\n", true), "a\\x0ab\\x09c\\x1b\\x0a");
+    EXPECT_EQ(printed(long_text, true), printed(long_text));
     for (const Case &c : cases) {
         EXPECT_EQ(printed(c.text), c.want);
         if (c.want.size() < 256) {

@@ -161,8 +161,8 @@ TEST_F(ArpCommandsTest, SettingsReachDeviceFileAndGet)
          "static speed: 25000 Mbit/s\noptical auto adapt: enabled\n"},
         {"-generic -s speed 0", "speed", "0", saved,
          "static speed: none\noptical auto adapt: enabled\n"},
-        // Keywords in any order; the period is saved without its leading zeros.
-        {"-send_arp -s status 1 period 0030", "garp-period", "30",
+        // Keywords in any order.
+        {"-send_arp -s status 1 period 30", "garp-period", "30",
          saved + "send_arp_period_5=30\nsend_arp_status_5=1\n",
          "gratuitous arp status: on\ngratuitous arp period: 30s\ngratuitous arp ip: 0.0.0.0\n"
          "gratuitous arp mac: 00:e0:fc:00:00:01\n"},
@@ -193,20 +193,33 @@ TEST_F(ArpCommandsTest, RefusedCommandLinesLeaveDeviceAndFileAlone)
         return "The value \"" + value + "\" of " + word + " is invalid, expected " + expected +
                ".\n" + kInvalid;
     };
-    const std::string ip = "an IPv4 address such as 10.0.0.5";
     const std::string modes = "0 (off), 1 (rs-fec) or 2 (base-r fec)";
     const std::string speeds = "0 (none), 1000, 10000, 25000, 40000, 50000, 100000 or 200000";
     const std::string seconds = "a number of seconds from 1 to 3600";
     const std::string add = "-arp -a dev eth0 ip 10.0.0.5 ";
+    const std::string unicast = "a unicast IPv4 address such as 10.0.0.5";
+    const std::string unicast_mac = "a unicast MAC address such as 00:11:22:33:44:55";
+    auto bad_ip = [&](const std::string &ip) {
+        return Case{"-arp -a dev eth0 ip " + ip + " mac 00:11:22:33:44:55", 1,
+                    bad(ip, "ip", unicast) + arp};
+    };
     const Case cases[] = {
         {"-arp -a dev eth8 ip 10.0.0.5 mac 00:11:22:33:44:55", 1,
          bad("eth8", "dev", "eth0 to eth7") + arp},
-        {"-arp -a dev eth0 ip 10.0.0.256 mac 00:11:22:33:44:55", 1,
-         bad("10.0.0.256", "ip", ip) + arp},
+        bad_ip("10.0.0.256"),
         {"-arp -a ip 010.0.0.5 dev eth0 mac 00:11:22:33:44:55", 1,
-         bad("010.0.0.5", "ip", ip) + arp},
-        {add + "mac 00-11-22-33-44-55", 1,
-         bad("00-11-22-33-44-55", "mac", "a MAC address such as 00:11:22:33:44:55") + arp},
+         bad("010.0.0.5", "ip", unicast) + arp},
+        // No neighbour has these addresses or MACs, though the shared checkers take them.
+        bad_ip("0.0.0.0"),
+        bad_ip("255.255.255.255"),
+        bad_ip("127.0.0.1"),
+        bad_ip("224.0.0.1"),
+        bad_ip("239.1.1.1"),
+        {add + "mac 01:00:5e:00:00:01", 1, bad("01:00:5e:00:00:01", "mac", unicast_mac) + arp},
+        {add + "mac 03:11:22:33:44:55", 1, bad("03:11:22:33:44:55", "mac", unicast_mac) + arp},
+        {add + "mac FF:FF:FF:FF:FF:FF", 1, bad("FF:FF:FF:FF:FF:FF", "mac", unicast_mac) + arp},
+        {add + "mac 00:00:00:00:00:00", 1, bad("00:00:00:00:00:00", "mac", unicast_mac) + arp},
+        {add + "mac 00-11-22-33-44-55", 1, bad("00-11-22-33-44-55", "mac", unicast_mac) + arp},
         {add + "lladdr 00:11:22:33:44:55", 3,
          "Get unknown option \"lladdr\", do you mean dev, ip or mac\n" + arp},
         {"-arp -a dev eth0 dev eth1 ip 10.0.0.5", 1,
@@ -226,6 +239,8 @@ TEST_F(ArpCommandsTest, RefusedCommandLinesLeaveDeviceAndFileAlone)
         {"-send_arp -s period 0 status 1", 1, bad("0", "period", seconds) + garp},
         {"-send_arp -s period 3601 status 1", 1, bad("3601", "period", seconds) + garp},
         {"-send_arp -s period 00030 status 1", 1, bad("00030", "period", seconds) + garp},
+        {"-send_arp -s period 0030 status 1", 1, bad("0030", "period", seconds) + garp},
+        {"-generic -s speed 01000", 1, bad("01000", "speed", speeds) + gen},
         {"-send_arp -s period 30 status on", 1, bad("on", "status", "0 (off) or 1 (on)") + garp},
         {"-send_arp -s period 30 state 1", 3,
          "Get unknown option \"state\", do you mean period or status\n" + garp},

@@ -54,7 +54,8 @@ class ArpReplayTest : public ::testing::Test
     int32_t replay_all() const
     {
         for (const SavedItem *item : g_saved_items) {
-            const int32_t ret = item->replay != nullptr ? item->replay(dev_) : 0;
+            const int32_t ret =
+                item->replay != nullptr ? tool_cfg_replay_now(item->replay, dev_) : 0;
             if (ret != 0)
                 return ret;
         }
@@ -117,7 +118,7 @@ TEST_F(ArpReplayTest, MalformedLineStopsTheReplayWithTheCheckersCode)
         SCOPED_TRACE(bad);
         ASSERT_EQ(sb_.emu({"wipe", "2"}).status, 0);
         sb_.set_conf(before + bad + after);
-        EXPECT_EQ(tool_cfg_ip_rule_recovery(dev_), 0x2001);
+        EXPECT_EQ(tool_cfg_replay_now(tool_cfg_ip_rule_recovery, dev_), 0x2001);
         EXPECT_EQ(device("rules"), "from 10.1.0.0/16 table 100\n");
     }
     const std::vector<std::string> bad_lines = {
@@ -138,7 +139,7 @@ TEST_F(ArpReplayTest, ItemsStopAtTheirFirstRefusal)
 {
     struct Case {
         std::string conf, op, result;
-        int32_t (*item)(DevRef);
+        int32_t (*item)(DevRef, const ConfView &);
         int32_t code;
         std::string field, state;
     };
@@ -177,7 +178,7 @@ TEST_F(ArpReplayTest, ItemsStopAtTheirFirstRefusal)
         sb_.set_conf(c.conf);
         if (!c.op.empty())
             fault(c.op, c.result);
-        EXPECT_EQ(c.item(dev_), c.code);
+        EXPECT_EQ(tool_cfg_replay_now(c.item, dev_), c.code);
         EXPECT_EQ(device(c.field), c.state);
     }
 }

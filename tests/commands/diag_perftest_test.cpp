@@ -18,7 +18,8 @@ class DiagPerftestTest : public DiagTest
 
 TEST_F(DiagPerftestTest, StartFollowsTheTestToItsStatistics)
 {
-    ProcResult r = run("-roce_test -s ip 10.0.0.9 -n 1000");
+    // The iteration count's own checker takes a leading zero.
+    ProcResult r = run("-roce_test -s ip 10.0.0.9 -n 01000");
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(r.err, "");
     // A line per sample: a quarter of the iterations each.

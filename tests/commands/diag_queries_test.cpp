@@ -235,6 +235,7 @@ TEST_F(DiagQueriesTest, GrammarRefusalsNameTheWordAndPrintTheUsage)
          bad("5x", "-s", "a packet size from 0 to 9000 bytes")},
         {"-ping -g address 10.0.0.9 -c 0", 0x01, bad("0", "-c", "a count from 1 to 100")},
         {"-ping -g address 10.0.0.9 -c 101", 0x01, bad("101", "-c", "a count from 1 to 100")},
+        {"-ping -g address 10.0.0.9 -c 01", 0x01, bad("01", "-c", "a count from 1 to 100")},
         {"-ping -g address 10.0.0.9 -t 50", 0x01,
          bad("50", "-t", "an interval from 100 to 10000 ms")},
         {"-ping -g address 10.0.0.9 -w 5", 0x03,
@@ -293,6 +294,34 @@ TEST_F(DiagQueriesTest, DeviceRefusalPrintsNothingAndFails)
         EXPECT_NE(sb_.driver_log().find("fail ret[-1] logic_id[0]", logged), std::string::npos);
     }
     EXPECT_EQ(sb_.emu({"fault", "list"}).out, "");
+}
+
+// Replies that claim more bytes than the device sent, or that end inside a record: nothing is
+// printed and the command fails as the device's fault.
+TEST_F(DiagQueriesTest, UnsentOrCutRepliesPrintNothingAndFail)
+{
+    emu_set("processes", "4242 2048 trainer");
+    emu_set("processes", "77 16 agent");
+    const struct {
+        const char *op, *fault, *value, *line;
+    } cases[] = {
+        {"get_device_process", "--data-len", "2001", "-process -g"},
+        {"get_device_process", "--short", "10", "-process -g"},
+        {"get_eth_reg_info", "--data-len", "2001", "-reg -g"},
+        {"get_eth_reg_info", "--short", "10", "-reg -g"},
+        {"get_firmware_version", "--data-len", "2001", "-version -g"},
+        {"get_arp_table", "--data-len", "2001", "-arp -g"},
+        {"get_route_table", "--data-len", "2001", "-route -g"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.line) + " " + c.fault + " " + c.value);
+        ASSERT_EQ(sb_.emu({"fault", "add", "--op", c.op, c.fault, c.value, "--count", "1"}).status,
+                  0);
+        ProcResult r = run(c.line);
+        EXPECT_EQ(r.status, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, kDeviceFailed);
+    }
 }
 
 } // namespace

@@ -46,7 +46,7 @@ class L3ReplayTest : public ::testing::Test
     {
         for (auto item : {tool_cfg_ip_recovery, tool_cfg_gateway_recovery,
                           tool_cfg_netdetect_recovery, tool_cfg_route_recovery}) {
-            int32_t ret = item(info_);
+            int32_t ret = tool_cfg_replay_now(item, info_);
             if (ret != 0)
                 return ret;
         }
@@ -78,13 +78,13 @@ TEST_F(L3ReplayTest, FullRouteTableIsToleratedAndOtherRefusalsFail)
 {
     sb_.set_conf("route_address_20.0.0.0_netmask_255.0.0.0_4=gateway_10.0.0.1\n");
     ASSERT_EQ(sb_.emu({"fault", "add", "--op", "add_route_table", "--result", "5000"}).status, 0);
-    EXPECT_EQ(tool_cfg_route_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_route_recovery, info_), 0);
     ASSERT_EQ(sb_.emu({"fault", "clear"}).status, 0);
     ASSERT_EQ(sb_.emu({"fault", "add", "--op", "add_route_table", "--result", "-5"}).status, 0);
-    EXPECT_EQ(tool_cfg_route_recovery(info_), 0x4001);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_route_recovery, info_), 0x4001);
 
     sb_.set_conf("netdetect_4=255.255.255.255\n");
-    EXPECT_EQ(tool_cfg_netdetect_recovery(info_), 0x2007);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_netdetect_recovery, info_), 0x2007);
 }
 
 } // namespace

@@ -298,15 +298,15 @@ class PortReplayTest : public PortCommandsTest
 TEST_F(PortReplayTest, SavedValuesAreSetAgainAndAbsentKeysAreSuccess)
 {
     const std::string state = sb_.emu({"show"}).out;
-    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0);
-    EXPECT_EQ(tool_cfg_mac_addr_recovery(info_), 0);
-    EXPECT_EQ(tool_cfg_roce_port_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_mtu_recovery, info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_mac_addr_recovery, info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_roce_port_recovery, info_), 0);
     EXPECT_EQ(sb_.emu({"show"}).out, state);
 
     sb_.set_conf("mtu_0=9000\nmac_addr_0=00:11:22:33:44:66\nroce_port_0=5000\nmtu_1=67\n");
-    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0);
-    EXPECT_EQ(tool_cfg_mac_addr_recovery(info_), 0);
-    EXPECT_EQ(tool_cfg_roce_port_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_mtu_recovery, info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_mac_addr_recovery, info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_roce_port_recovery, info_), 0);
     EXPECT_EQ(device("mtu"), "9000");
     EXPECT_EQ(device("mac"), "00:11:22:33:44:66");
     EXPECT_EQ(device("udp-port"), "5000");
@@ -314,15 +314,15 @@ TEST_F(PortReplayTest, SavedValuesAreSetAgainAndAbsentKeysAreSuccess)
     // A saved value that the command would refuse is refused on replay too.
     info_.logic_id = 1;
     info_.phy_id = 1;
-    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0x200E);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_mtu_recovery, info_), 0x200E);
 
     // A read matches by prefix and the first line wins: device 10's lines, coming first,
     // answer for device 1.
     sb_.set_conf("mtu_10=9000\nmac_addr_10=00:11:22:33:44:77\nroce_port_10=6000\n"
                  "mtu_1=1500\n");
-    EXPECT_EQ(tool_cfg_mtu_recovery(info_), 0);
-    EXPECT_EQ(tool_cfg_mac_addr_recovery(info_), 0);
-    EXPECT_EQ(tool_cfg_roce_port_recovery(info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_mtu_recovery, info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_mac_addr_recovery, info_), 0);
+    EXPECT_EQ(tool_cfg_replay_now(tool_cfg_roce_port_recovery, info_), 0);
     EXPECT_EQ(sb_.emu({"get", "1", "mtu"}).out, "9000\n");
     EXPECT_EQ(sb_.emu({"get", "1", "mac"}).out, "00:11:22:33:44:77\n");
     EXPECT_EQ(sb_.emu({"get", "1", "udp-port"}).out, "6000\n");

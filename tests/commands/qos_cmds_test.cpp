@@ -42,14 +42,13 @@ TEST_F(QosCommandsTest, SetsAtTheirBoundsReachDeviceFileAndGet)
         {"-dscp_to_tc -s dscp 0 tc 7", dscp_table({{0, 7}, {63, 0}}), "dscp_tc_0=0:7,63:0\n"},
         {"-shaping -s bw_limit 400000", "bw_limit: 400000 Mbit/s\nmax_bw: 100000 Mbit/s\n",
          "bw_limit_0=400000\n"},
-        {"-shaping -s bw_limit 000001", "bw_limit: 1 Mbit/s\nmax_bw: 100000 Mbit/s\n",
-         "bw_limit_0=000001\n"},
+        {"-shaping -s bw_limit 1", "bw_limit: 1 Mbit/s\nmax_bw: 100000 Mbit/s\n", "bw_limit_0=1\n"},
         {"-pfc -s bitmap 1,0,0,1,0,0,0,1",
          "pfc-cap 8\nprio-pfc 0:on 1:off 2:off 3:on 4:off 5:off 6:off 7:on\n",
          "bitmap_0=1,0,0,1,0,0,0,1\n"},
         {"-prio_tc -s prio_tc 7,0,1,1,2,2,3,3", "prio-tc 0:7 1:0 2:1 3:1 4:2 5:2 6:3 7:3\n",
          "prio_tc_0=7,0,1,1,2,2,3,3\n"},
-        {"-tc_cfg -s tc_bw 0,0,0,0,0,0,040,60 tc_mode 0,0,0,0,0,0,1,1",
+        {"-tc_cfg -s tc_bw 0,0,0,0,0,0,40,60 tc_mode 0,0,0,0,0,0,1,1",
          "tc  bw(%)  mode    buffer(bytes)\n0   0      " + strict + "1   0      " + strict +
              "2   0      " + strict + "3   0      " + strict + "4   0      " + strict +
              "5   0      " + strict + "6   40     " + ets + "7   60     " + ets,
@@ -126,6 +125,10 @@ TEST_F(QosCommandsTest, RefusedCommandLinesLeaveDeviceAndFileAlone)
         {"-shaping -s bw_limit 400001", 0x0C, bw},
         {"-shaping -s bw_limit 4294967396", 0x0C, bw},
         {"-shaping -s bw_limit 1e3", 0x01, invalid},
+        // A leading zero is no number of the tool's, even within the length.
+        {"-shaping -s bw_limit 000001", 0x0C, bw},
+        {"-dscp_to_tc -s dscp 06 tc 1", 0x0A, dscp},
+        {"-tc_cfg -s tc_bw 0,0,0,0,0,0,040,60 tc_mode 0,0,0,0,0,0,1,1", 0x01, invalid},
         {"-shaping -s limit 100", 0x03, unknown("bw_limit")},
         {"-shaping -g 1", 0x05, kCount},
         {"-pfc -s bitmap 0,0,0,1,0,0,0", 0x01, invalid},

@@ -1,8 +1,11 @@
 // -cfg recovery and status through the real tool and the emulator: the device status, the
 // order and the stops of the replay, and -a over devices of which one is unhealthy.
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <regex>
 #include <string>
 #include <vector>
@@ -111,6 +114,49 @@ TEST_F(RecoveryTest, AllDevicesGoOnPastAnUnhealthyOne)
     EXPECT_EQ(device(0, "mtu"), "9000");
     EXPECT_EQ(device(1, "mtu"), "1500");
     EXPECT_EQ(device(2, "mtu"), "9000");
+}
+
+TEST_F(RecoveryTest, NoDeviceIsSaidOnStandardErrorYetIsNoFailure)
+{
+    sb_.set_conf("mtu_0=9000\n");
+    ASSERT_EQ(sb_.emu({"init", "--devices", "0"}).status, 0);
+    ProcResult r = sb_.tool({"-a", "-cfg", "recovery"});
+    EXPECT_EQ(r.status, 0);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "No device was found: no configuration was recovered.\n");
+}
+
+// Into a pipe (the journal, say), each device's line arrives as that device is done.
+TEST_F(RecoveryTest, EachDeviceLineArrivesThroughAPipeAsItIsDone)
+{
+    // Each status write of the second device waits half a second.
+    ASSERT_EQ(
+        sb_.emu({"fault", "add", "--delay-ms", "500", "--op", "set_cfg_status", "--count", "4"})
+            .status,
+        0);
+    int out[2];
+    ASSERT_EQ(pipe(out), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        (void)dup2(out[1], STDOUT_FILENO);
+        for (const auto &[key, value] : sb_.env())
+            (void)setenv(key.c_str(), value.c_str(), 1);
+        execl(vorn_tool_bin(), vorn_tool_bin(), "-a", "-cfg", "recovery", nullptr);
+        _exit(127);
+    }
+    close(out[1]);
+    std::string first;
+    char c;
+    while (read(out[0], &c, 1) == 1 && c != '\n')
+        first += c;
+    int status = 0;
+    EXPECT_EQ(waitpid(pid, &status, WNOHANG), 0) << "the line came only at the end";
+    EXPECT_EQ(first, "dev:0 recovery success");
+    while (read(out[0], &c, 1) == 1) {
+    }
+    close(out[0]);
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    EXPECT_EQ(WEXITSTATUS(status), 0);
 }
 
 TEST_F(RecoveryTest, OperationWordsAndCounts)

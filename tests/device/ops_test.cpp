@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "device/ops.hpp"
+#include "fuzz/reply_ops.hpp"
 #include "tests/device/fake_firmware.hpp"
 
 namespace
@@ -147,17 +149,6 @@ const Call kCalls[] = {
 };
 // clang-format on
 
-// The two answers of 2000 bytes that are texts of the device's length, not records.
-const std::set<std::string> kTextReplies = {"lldp_get_neighbor_info", "reset_roce_perftest"};
-
-// Caller-given replies that are one record of the project's layout: the caller gives its size
-// and the reply must fill it.
-const std::map<std::string, uint32_t> kRecordReplies = {
-    {"get_pci_info", 32},      {"get_roce_context", 64},         {"get_network_register", 4},
-    {"get_netdev_status", 40}, {"get_roce_perftest_report", 40}, {"get_ssu_reg", 72},
-    {"ping_fun", 16},          {"get_eth_test_info", 28},
-};
-
 const Call &call_of(const std::string &name)
 {
     for (const Call &call : kCalls)
@@ -167,18 +158,16 @@ const Call &call_of(const std::string &name)
     return kCalls[0];
 }
 
-// The catalogue rows whose reply is a record of the given size, or of the device's length.
+// The catalogue rows whose reply is a record of the given size, or of the device's length, as
+// the reply fuzzer's rows tell them apart.
 std::vector<std::pair<std::string, uint32_t>> gets(bool fixed)
 {
     std::vector<std::pair<std::string, uint32_t>> out;
-    for (const auto &[name, wire] : catalogue()) {
-        if (wire.size_out == 0)
+    for (const ReplyOp &op : reply_ops()) {
+        const uint32_t size = catalogue_out(op.name);
+        if (size == 0 || op.reply == Reply::kNone || (op.reply == Reply::kRecord) != fixed)
             continue;
-        const auto record = kRecordReplies.find(name);
-        const uint32_t size = record != kRecordReplies.end() ? record->second : wire.size_out;
-        const bool is_fixed = size != KOPA_SIZE_CALLER && kTextReplies.count(name) == 0;
-        if (is_fixed == fixed)
-            out.emplace_back(name, size);
+        out.emplace_back(op.name, op.record != 0 ? op.record : size);
     }
     return out;
 }
@@ -221,6 +210,29 @@ TEST_F(OpsTest, EveryOperationSendsItsOpcodeAndSizes)
                   want.size_out == KOPA_SIZE_CALLER ? call.caller_out : want.size_out);
         const bool pid_read = it->first == "get_route_table" || it->first == "get_netdev_status";
         EXPECT_EQ(req.client_pid, pid_read ? static_cast<uint32_t>(getpid()) : 0u);
+    }
+}
+
+// The reply fuzzer calls every operation and holds it to the contract of its reply.
+TEST_F(OpsTest, EveryOperationHasAFuzzRowOfItsReplyKind)
+{
+    std::map<std::string, const ReplyOp *> rows;
+    for (const ReplyOp &op : reply_ops())
+        EXPECT_TRUE(rows.emplace(op.name, &op).second) << "two rows of " << op.name;
+    for (const auto &[name, wire] : catalogue()) {
+        SCOPED_TRACE(name);
+        const auto it = rows.find(name);
+        ASSERT_NE(it, rows.end()) << "no row in the reply fuzzer";
+        const ReplyOp &op = *it->second;
+        if (wire.size_out == 0)
+            EXPECT_EQ(op.reply, Reply::kNone);
+        else if (op.reply == Reply::kTable ||
+                 (op.reply == Reply::kRecord && wire.size_out == KOPA_SIZE_CALLER))
+            EXPECT_NE(op.record, 0u) << "a record of no size";
+        else if (op.reply == Reply::kRecord)
+            EXPECT_TRUE(op.record == 0 || op.record == wire.size_out);
+        else
+            EXPECT_NE(op.reply, Reply::kNone) << "a reply without contract";
     }
 }
 
@@ -312,8 +324,11 @@ TEST_F(OpsTest, RepliesOfTheDevicesLengthAreTakenShortOrEmpty)
         fw().reset();
         fw().reply_short_by(7);
         // A table of records must end on a record: 7 bytes short of 64 ends inside one.
+        // (the certificate records too, which the read answers without their count).
         const bool table =
-            name == "get_arp_table" || name == "get_ip_rules" || name == "get_ip_routes";
+            name == "get_tls_cfg" || std::ranges::any_of(reply_ops(), [&](const ReplyOp &op) {
+                return op.name == name && op.reply == Reply::kTable;
+            });
         EXPECT_EQ(run_captured(call, &out), table ? -22 : 0) << "short";
         fw().reset();
         // A text without even its terminator is no text; every other reply may be empty.
@@ -352,7 +367,7 @@ TEST_F(OpsTest, PrintingReadsRefuseAPieceTheChannelDidNotCopy)
     EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
     EXPECT_TRUE(fw().logged("kopa_get_mtu reply carries 2001 bytes, expected 5"));
     EXPECT_TRUE(
-        fw().logged("kopa_lldp_get_neighbor_info reply carries 2001 bytes, expected 1 to 2000"));
+        fw().logged("kopa_lldp_get_neighbor_info reply carries 2001 bytes, 0 of them copied"));
 }
 
 // Replies made of pieces (frag, data length) in order, one per call.
@@ -366,28 +381,27 @@ void answer_with(FakeFirmware &fw, std::vector<std::pair<uint32_t, uint32_t>> pi
     };
 }
 
-TEST_F(OpsTest, TableReadsRefuseMoreBytesThanTheRoom)
+TEST_F(OpsTest, ReadsOfTheDevicesLengthRefuseMoreBytesThanCopied)
 {
     // A first piece longer than a packet is passed over by the channel yet counted: records
-    // counted from it would send the caller past its array (126, or 268 million, of 4).
-    for (uint32_t len : {2016u, 0xFFFFFFF0u}) {
-        SCOPED_TRACE(len);
-        kopa_arp_record arp[4];
-        kopa_ip_rule_record rules[4];
-        kopa_ip_route_record routes[4];
-        uint32_t count = 4;
-        answer_with(fw(), {{KOPA_FRAG_WHOLE, len}});
-        EXPECT_EQ(kopa_get_arp_table(0, arp, &count), -22);
-        EXPECT_EQ(count, 0u);
-        count = 4;
-        EXPECT_EQ(kopa_get_ip_rules(0, rules, &count), -22);
-        EXPECT_EQ(count, 0u);
-        count = 4;
-        EXPECT_EQ(kopa_get_ip_routes(0, routes, &count), -22);
-        EXPECT_EQ(count, 0u);
-        EXPECT_TRUE(fw().logged("kopa_get_arp_table reply carries " + std::to_string(len) +
-                                " bytes, more than the room of 64"));
+    // counted from it would send the caller past its array (the -process and -reg repro), and a
+    // text sized by it would be empty bytes the device never sent.
+    for (uint32_t len : {2001u, 2016u, 0xFFFFFFF0u}) {
+        for (const auto &[name, size] : gets(false)) {
+            SCOPED_TRACE(name + " " + std::to_string(len));
+            answer_with(fw(), {{KOPA_FRAG_WHOLE, len}});
+            std::string out;
+            EXPECT_EQ(run_captured(call_of(name), &out), -22);
+            EXPECT_EQ(out, "");
+            EXPECT_TRUE(fw().logged("kopa_" + name + " reply carries " + std::to_string(len) +
+                                    " bytes, 0 of them copied"));
+        }
     }
+    kopa_process_record procs[4];
+    uint32_t count = 4;
+    answer_with(fw(), {{KOPA_FRAG_WHOLE, 2001}});
+    EXPECT_EQ(kopa_get_device_process(0, procs, &count), -22);
+    EXPECT_EQ(count, 0u);
 }
 
 TEST_F(OpsTest, RecordLongerThanAPacketRefusesPiecesTheChannelDidNotCopy)

@@ -13,8 +13,8 @@
 #include <string>
 
 #include "base/paths.hpp"
+#include "cmdline/identity.hpp"
 #include "log/run_log.hpp"
-#include "main/identity.hpp"
 
 namespace fs = std::filesystem;
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "base/result.hpp"
-#include "main/cmd.hpp"
+#include "cmdline/cmd.hpp"
 #include "main/cmd_table.hpp"
 #include "main/errors.hpp"
 

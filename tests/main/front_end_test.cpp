@@ -1,10 +1,12 @@
 // Whole runs of vorn_tool: help, shape and device-id refusals, exit status, audit lines.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include "main/cmd_table.hpp"
 #include "tests/support/tool_sandbox.hpp"
 
 namespace
@@ -37,13 +39,14 @@ TEST_F(FrontEndTest, HelpListsEveryCommandInTableOrder)
         std::regex head_re("^vorn_tool (-i devid|-a ) (-[a-z_]+)$", std::regex::multiline);
         for (std::sregex_iterator it(r.out.begin(), r.out.end(), head_re), end; it != end; ++it)
             heads.push_back((*it)[2]);
-        ASSERT_EQ(heads.size(), 39u) << r.out;
-        EXPECT_EQ(heads[0], "-ip");
-        EXPECT_EQ(heads[5], "-cfg");
-        EXPECT_EQ(heads[18], "-cfg");
-        EXPECT_EQ(heads[27], "-eth_test");
-        EXPECT_EQ(heads[28], "-roce_test");
-        EXPECT_EQ(heads[38], "-send_arp");
+        std::vector<std::string> rows;
+        for (int i = 0; i < kCmdFixedNum; ++i)
+            rows.push_back(g_cmd_list[i].cmd->name);
+        for (const cmd_record &row : g_cmd_list_ext)
+            rows.push_back(row.cmd->name);
+        ASSERT_EQ(rows.size(), static_cast<size_t>(kCmdCount));
+        EXPECT_EQ(heads, rows) << r.out;
+        EXPECT_EQ(std::count(heads.begin(), heads.end(), "-cfg"), 2) << "one row per major type";
         EXPECT_NE(r.out.find("vorn_tool -a  -cfg\n"), std::string::npos);
         EXPECT_NE(r.out.find("vorn_tool -i devid -mtu\n   [-s]        : set mtu cfg \n"
                              "       size %d : set mtu size, from 68 to 9702\n"
@@ -160,3 +163,19 @@ TEST_F(FrontEndTest, AuditMasksSecretsAndStrangeCharacters)
 }
 
 } // namespace
+
+// Which operations a command has, how many words each takes and whether it takes the setting
+// lock are declared in its row, for every command, so the dispatcher checks them all alike.
+TEST(CmdTableTest, EveryCommandDeclaresItsOperations)
+{
+    std::vector<const cmd_record *> rows;
+    for (int i = 0; i < kCmdFixedNum; ++i)
+        rows.push_back(&g_cmd_list[i]);
+    for (const cmd_record &row : g_cmd_list_ext)
+        rows.push_back(&row);
+    for (const cmd_record *row : rows) {
+        EXPECT_FALSE(row->cmd->ops.empty()) << row->cmd->name;
+        for (const CmdOp &op : row->cmd->ops)
+            EXPECT_NE(op.run, nullptr) << row->cmd->name << " " << op.word;
+    }
+}

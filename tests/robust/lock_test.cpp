@@ -91,8 +91,9 @@ TEST_F(SettingLockTest, HeldLockTurnsSettingRunsAwayAndLetsReadsThrough)
     sb_.set_conf(old);
     LockHolder holder(lock_, true);
     ASSERT_TRUE(holder.held());
-    const std::string held_by =
-        "The setting lock " + lock_ + " is held by process " + std::to_string(holder.pid()) + ".\n";
+    const std::string by = lock_ + " is held by process " + std::to_string(holder.pid()) + ".\n";
+    // The run says whom it waits for as it starts waiting, and again when it gives up.
+    const std::string held_by = "Waiting for the setting lock: " + by + "The setting lock " + by;
 
     const auto start = Clock::now();
     ProcResult r = run({"-mtu", "-s", "size", "9000"}, "300");
@@ -130,7 +131,8 @@ TEST_F(SettingLockTest, HeldLockTurnsSettingRunsAwayAndLetsReadsThrough)
     ASSERT_TRUE(silent.held());
     r = run({"-mtu", "-s", "size", "9000"}, "20");
     EXPECT_EQ(r.status, 0x0B);
-    EXPECT_EQ(r.err, "The setting lock " + lock_ + " is held by another run.\n" + kBusy);
+    EXPECT_EQ(r.err, "Waiting for the setting lock: " + lock_ + " is held by another run.\n" +
+                         "The setting lock " + lock_ + " is held by another run.\n" + kBusy);
 
     // Once the holder is gone, the run goes through.
     silent.release();

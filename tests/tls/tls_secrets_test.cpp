@@ -1,7 +1,11 @@
 // The secrets of the TLS suite: nothing of the pass phrase or of the keys stays in the process's
 // memory after a run, the host store keeps the pass phrase sealed and finds out any change, and
 // a run of another command does not even load libcrypto.
+#include <signal.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -11,6 +15,7 @@
 #include "base/paths.hpp"
 #include "tests/tls/tls_fixture.hpp"
 #include "tls/key_store.hpp"
+#include "tls/private_files.hpp"
 #include "tls/tls_record.hpp"
 
 using namespace std::string_literals;
@@ -181,4 +186,26 @@ TEST_F(TlsSecretsTest, OnlyTheTlsCommandLoadsLibcrypto)
     EXPECT_EQ(start.out.find("libcrypto"), std::string::npos) << start.out;
     // A -tls run works, through its module.
     EXPECT_EQ(tls({"-g"}).status, 0x0F);
+}
+
+// A run killed while it writes a new key (here by the file size limit, as a full disk would stop
+// it) leaves no file with key bytes behind, and the next run creates the key.
+TEST_F(TlsSecretsTest, KilledKeyCreationLeavesNothingBehind)
+{
+    TempDir dir;
+    const std::string key = dir.path() + "/seal.key";
+    const std::string bytes(32, 'k');
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const rlimit one{1, 1};
+        (void)signal(SIGXFSZ, SIG_DFL);
+        _exit(setrlimit(RLIMIT_FSIZE, &one) == 0 ? create_private_file(key, bytes.data(), 32) : 99);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGXFSZ) << status;
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    ASSERT_EQ(create_private_file(key, bytes.data(), bytes.size()), 0);
+    EXPECT_EQ(read_file(key), bytes);
+    EXPECT_EQ(create_private_file(key, bytes.data(), bytes.size()), -EEXIST);
 }

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "base/result.hpp"
-#include "main/checkers.hpp"
-#include "main/option_parser.hpp"
+#include "cmdline/checkers.hpp"
+#include "cmdline/option_parser.hpp"
 
 namespace
 {

@@ -1,5 +1,5 @@
 // Argument checkers shared by the command handlers.
-#include "main/checkers.hpp"
+#include "cmdline/checkers.hpp"
 
 #include <arpa/inet.h>
 #include <cerrno>

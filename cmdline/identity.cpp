@@ -1,5 +1,5 @@
 // Who runs the tool: the real user's name and the client address taken from SSH_CLIENT.
-#include "main/identity.hpp"
+#include "cmdline/identity.hpp"
 
 #include <arpa/inet.h>
 #include <pwd.h>

@@ -46,7 +46,8 @@ struct CmdOp {
 enum class RefusalLog : uint8_t {
     kNone,     ///< nowhere but the user's text
     kRunLog,   ///< a run-log PROMPT line (the text ends with its newline)
-    kDriverLog ///< driver-log error lines: the text, then the user's text without its newline
+    kDriverLog ///< driver-log error lines: the text (when given), then the user's text without
+               ///< its newline
 };
 
 struct CmdRefusal {
@@ -77,8 +78,6 @@ struct CmdDesc {
     /// the same count refuses a wrong count first).
     bool count_first = false;
     std::span<const CmdMask> masks = {};
-    /// When set, the command takes its words whole and the dispatcher checks nothing.
-    CmdHandler whole = nullptr;
 };
 
 /// Checks the operation word and the word count of `cmd` with the command's own texts and

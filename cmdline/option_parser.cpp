@@ -1,5 +1,5 @@
 // A small parser of free-order options, each allowed once.
-#include "main/option_parser.hpp"
+#include "cmdline/option_parser.hpp"
 
 #include <cstring>
 

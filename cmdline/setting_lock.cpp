@@ -1,6 +1,6 @@
 // The setting lock, held like iptables' xtables.lock: an exclusive flock on a file in /run,
 // whose content names the process that holds it.
-#include "main/setting_lock.hpp"
+#include "cmdline/setting_lock.hpp"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -56,6 +56,15 @@ void name_holder(int fd)
         DRV_WARN("write pid to setting lock failed, errno=%d", errno);
 }
 
+// "<lead> <path> is held by process <pid>." or "... by another run.", on standard error.
+void say_held(const char *lead, const std::string &path, long holder)
+{
+    if (holder > 0)
+        (void)fprintf(stderr, "%s %s is held by process %ld.\n", lead, path.c_str(), holder);
+    else
+        (void)fprintf(stderr, "%s %s is held by another run.\n", lead, path.c_str());
+}
+
 } // namespace
 
 int32_t take_setting_lock()
@@ -82,15 +91,14 @@ int32_t take_setting_lock()
         }
         if (waited >= limit)
             break;
+        // The wait may be long: the administrator learns at once whom the run waits for.
+        if (waited == 0)
+            say_held("Waiting for the setting lock:", path, holder_of(fd));
         sleep_ms(kPollMs);
     }
     const long holder = holder_of(fd);
     (void)close(fd);
-    if (holder > 0)
-        (void)fprintf(stderr, "The setting lock %s is held by process %ld.\n", path.c_str(),
-                      holder);
-    else
-        (void)fprintf(stderr, "The setting lock %s is held by another run.\n", path.c_str());
+    say_held("The setting lock", path, holder);
     DRV_ERR("setting lock %s busy for %d ms, holder %ld", path.c_str(), limit, holder);
     return kErrBusy;
 }

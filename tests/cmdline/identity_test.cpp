@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "main/identity.hpp"
+#include "cmdline/identity.hpp"
 
 namespace
 {
