@@ -1,9 +1,10 @@
 # What `cmake --install` puts beside the tool (manual page, bash completion, documents), the
 # emulator's installation, and the two Debian packages CPack makes of them:
 #
-#   vorn-tool           component "tool": vorn_tool, vorn_tool(8), the bash completion, the
-#                       recovery unit, the alerting rules for vornctl's metrics and the
-#                       maintainer scripts that create /etc/vorn.conf
+#   vorn-tool           component "tool": vorn_tool, vornctl, the TLS module vorn_tls.so,
+#                       vorn_tool(8), vornctl(8), their bash completions, the recovery unit,
+#                       vornctl's metrics service and timer, the alerting rules for vornctl's
+#                       metrics, and the maintainer scripts that create /etc/vorn.conf
 #   vorn-tool-emulator  component "emulator": both emulated driver libraries and the TLS
 #                       plugin under a private directory (never the loader's default path),
 #                       kopa-emu and its manual page
@@ -11,6 +12,8 @@
 # A package build configures with -DCMAKE_INSTALL_PREFIX=/usr (scripts/package.sh does).
 # `cmake --install` installs the tool component and creates /etc/vorn.conf when missing
 # (component "conf", never packaged); the emulator only on request: --component emulator.
+# Whatever is installed and in no package is listed in dist/unpackaged.list, with its reason:
+# scripts/check_unpackaged.sh fails on anything else.
 
 find_program(VORN_GZIP gzip REQUIRED)
 
@@ -32,16 +35,19 @@ endfunction()
 configure_file(${PROJECT_SOURCE_DIR}/dist/man/kopa-emu.1.in ${VORN_DIST_DIR}/kopa-emu.1 @ONLY)
 configure_file(${PROJECT_SOURCE_DIR}/dist/emulator/README.in ${VORN_DIST_DIR}/README.emulator @ONLY)
 vorn_gzip_file(${PROJECT_SOURCE_DIR}/dist/man/vorn_tool.8 ${VORN_DIST_DIR}/vorn_tool.8.gz)
+vorn_gzip_file(${PROJECT_SOURCE_DIR}/dist/man/vornctl.8 ${VORN_DIST_DIR}/vornctl.8.gz)
 vorn_gzip_file(${VORN_DIST_DIR}/kopa-emu.1 ${VORN_DIST_DIR}/kopa-emu.1.gz)
 vorn_gzip_file(${PROJECT_SOURCE_DIR}/dist/debian/changelog ${VORN_DIST_DIR}/changelog.gz)
 add_custom_target(vorn_dist_files ALL
-  DEPENDS ${VORN_DIST_DIR}/vorn_tool.8.gz ${VORN_DIST_DIR}/kopa-emu.1.gz
+  DEPENDS ${VORN_DIST_DIR}/vorn_tool.8.gz ${VORN_DIST_DIR}/vornctl.8.gz ${VORN_DIST_DIR}/kopa-emu.1.gz
           ${VORN_DIST_DIR}/changelog.gz)
 
-# ---- component "tool" (the rules of the binary and the unit are in CMakeLists.txt) ----
-install(FILES ${VORN_DIST_DIR}/vorn_tool.8.gz
+# ---- component "tool" (the rules of the programs, the module and the units are beside their
+# targets: CMakeLists.txt, vornctl/, tls/) ----
+install(FILES ${VORN_DIST_DIR}/vorn_tool.8.gz ${VORN_DIST_DIR}/vornctl.8.gz
   DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT tool)
 install(FILES ${PROJECT_SOURCE_DIR}/dist/bash-completion/vorn_tool
+  ${PROJECT_SOURCE_DIR}/dist/bash-completion/vornctl
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT tool)
 install(FILES ${PROJECT_SOURCE_DIR}/dist/debian/copyright ${VORN_DIST_DIR}/changelog.gz
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${VORN_DEB_NAME} COMPONENT tool)
@@ -62,6 +68,35 @@ install(FILES ${PROJECT_SOURCE_DIR}/dist/debian/copyright ${VORN_DIST_DIR}/chang
 install(FILES ${VORN_DIST_DIR}/README.emulator
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${VORN_EMU_DEB_NAME}
   RENAME README COMPONENT emulator EXCLUDE_FROM_ALL)
+
+# ---- what the build installs and makes, for scripts/check_unpackaged.sh ----
+# Written once every install rule is known (at the end of the top directory): the install
+# components, and the file name of every program and shared library the build makes.
+function(vorn_collect_built dir out)
+  get_property(targets DIRECTORY ${dir} PROPERTY BUILDSYSTEM_TARGETS)
+  set(found "")
+  foreach(t IN LISTS targets)
+    get_target_property(type ${t} TYPE)
+    if(type MATCHES "^(EXECUTABLE|SHARED_LIBRARY|MODULE_LIBRARY)$")
+      list(APPEND found "$<TARGET_FILE_NAME:${t}>")
+    endif()
+  endforeach()
+  get_property(subdirs DIRECTORY ${dir} PROPERTY SUBDIRECTORIES)
+  foreach(sub IN LISTS subdirs)
+    vorn_collect_built(${sub} sub_found)
+    list(APPEND found ${sub_found})
+  endforeach()
+  set(${out} ${found} PARENT_SCOPE)
+endfunction()
+function(vorn_write_install_lists)
+  get_cmake_property(components COMPONENTS)
+  vorn_collect_built(${PROJECT_SOURCE_DIR} built)
+  list(JOIN components "\n" components)
+  list(JOIN built "\n" built)
+  file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/install-components.txt CONTENT "${components}\n")
+  file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/built-files.txt CONTENT "${built}\n")
+endfunction()
+cmake_language(DEFER DIRECTORY ${PROJECT_SOURCE_DIR} CALL vorn_write_install_lists)
 
 # ---- the Debian packages: of a production build only ----
 # A test build's tool works under $VORN_TEST_ROOT and a sanitizer build needs its runtime:
@@ -99,9 +134,14 @@ set(CPACK_DEBIAN_TOOL_DESCRIPTION
 vorn_tool configures and inspects the Ethernet/RoCE ports of up to sixteen
 NPU accelerator devices of a host through the accelerator driver's
 device-management library: addresses, gateway, routes, MAC, MTU, link, RoCE
-UDP port, QoS and ARP. Settings are saved in /etc/vorn.conf and replayed
-after a device reset by `vorn_tool -a -cfg recovery`, which the unit
-vorn-recovery.service runs at boot.
+UDP port, QoS, ARP, diagnostics and the TLS suite of the management link.
+Settings are saved in /etc/vorn.conf and replayed after a device reset by
+`vorn_tool -a -cfg recovery`, which the unit vorn-recovery.service runs at
+boot.
+.
+vornctl shows every device of the host beside its saved settings, verifies
+them for drift, lints the fabric and writes metrics for node_exporter
+(vornctl-metrics.timer, not enabled by the package).
 .
 The driver libraries (libdrvkopa_host.so, libkelvar_hal.so) come with the
 accelerator driver, not with this package.")

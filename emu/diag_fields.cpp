@@ -140,8 +140,11 @@ std::string get_optical(kopa_optical_info o, const OpticalField &f)
         return scaled_text(v, f.scale, f.format);
     }
     std::string out;
-    for (uint32_t i = 0; i < KOPA_OPTICAL_LANES; ++i)
-        out += (i == 0 ? "" : ",") + scaled_text(lanes[i], f.scale, f.format);
+    for (uint32_t i = 0; i < KOPA_OPTICAL_LANES; ++i) {
+        if (i != 0)
+            out += ',';
+        out += scaled_text(lanes[i], f.scale, f.format);
+    }
     return out;
 }
 
@@ -234,20 +237,31 @@ bool get_diag_field(const DeviceState &d, std::string_view name, std::string &ou
         out.clear();
         for (uint32_t i = 0; i < d.peer_count && i < kMaxPeers; ++i) {
             const PingPeer &p = d.peers[i];
-            out += (i == 0 ? "" : "\n") + ipv4_text(p.ip) + " " +
-                   kPeerStates[p.state % std::size(kPeerStates)];
-            if (p.state == kPeerLossy)
-                out += " " + std::to_string(p.loss);
-            if (p.state != kPeerUnreachable)
-                out += " " + std::to_string(p.rtt_us);
+            if (i != 0)
+                out += '\n';
+            out += ipv4_text(p.ip);
+            out += ' ';
+            out += kPeerStates[p.state % std::size(kPeerStates)];
+            if (p.state == kPeerLossy) {
+                out += ' ';
+                out += std::to_string(p.loss);
+            }
+            if (p.state != kPeerUnreachable) {
+                out += ' ';
+                out += std::to_string(p.rtt_us);
+            }
         }
     } else if (name == "processes") {
         out.clear();
         for (uint32_t i = 0; i < d.process_count && i < kMaxProcesses; ++i) {
             const kopa_process_record &p = d.processes[i];
-            out += (i == 0 ? "" : "\n") + std::to_string(p.pid) + " " +
-                   std::to_string(p.memory_mb) + " " +
-                   std::string(p.name, strnlen(p.name, sizeof p.name));
+            if (i != 0)
+                out += '\n';
+            out += std::to_string(p.pid);
+            out += ' ';
+            out += std::to_string(p.memory_mb);
+            out += ' ';
+            out.append(p.name, strnlen(p.name, sizeof p.name));
         }
     } else if (name == "perftest") {
         const PerftestState &t = d.perftest;

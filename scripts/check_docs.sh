@@ -13,22 +13,7 @@ tmp=$(mktemp -d "${TMPDIR:-/tmp}/vorn-docs-XXXXXX")
 trap 'rm -rf "$tmp"' EXIT
 VORN_TEST_ROOT=$tmp/root KOPA_EMU_DIR=$tmp/emu "$tool" -h >"$tmp/help"
 
-# One line per command: "major command"; per operation: "op major command word"; per keyword:
-# "kw major command op keyword". The help's blocks: "vorn_tool -i devid -ip", then
-# "   [-s]        : ...", "   [-s down]   : ..." and "       address %s : ..." lines.
-awk '
-  /^vorn_tool / { major = $2; cmd = $NF; op = ""; print "cmd", major, cmd; next }
-  /^   \[/ {
-    line = $0; sub(/^   \[/, "", line); sub(/\].*/, "", line)
-    n = split(line, w, " "); op = w[1]; print "op", major, cmd, op
-    if (n > 1) print "kw", major, cmd, op, w[2]
-    next
-  }
-  /^       [^ ]/ {
-    word = $1; sub(/:$/, "", word)
-    if (word != "or" && word !~ /^\.+$/ && op != "") print "kw", major, cmd, op, word
-  }
-' "$tmp/help" >"$tmp/grammar"
+awk -f "$(dirname "$0")/help_grammar.awk" "$tmp/help" >"$tmp/grammar"
 
 # shellcheck source=/dev/null
 source "$completion"

@@ -9,10 +9,11 @@
 #     existing file (content and mode) or symbolic link is kept; a reinstallation of the same
 #     version and an upgrade keep the file and an administrator's "disable";
 #   - remove and purge are clean and keep /etc/vorn.conf; purge removes /var/log/vorn_tool;
-#   - both manual pages render without warnings; the completion parses and completes.
-# Usage: [VORN_TEST_TOOL=build-test/vorn_tool] scripts/check_package.sh [build dir]
-# (default build-pkgcheck); VORN_TEST_TOOL, a test build of the tool, adds a run on the installed
-# emulator. Skips (status 0) where the dpkg tools are missing.
+#   - both manual pages render without warnings; the completion parses and completes;
+#   - then, as root, the installed-package tests (scripts/check_installed.sh): the installed
+#     programs on the installed emulator, in a throw-away overlay of the host.
+# Usage: scripts/check_package.sh [build dir]   (default build-pkgcheck)
+# Skips (status 0) where the dpkg tools are missing.
 # The checks run as bash -c '...' with their values as arguments, expanded inside on purpose:
 # shellcheck disable=SC2016
 set -euo pipefail
@@ -79,12 +80,18 @@ check "vorn-tool ships nothing under /etc" bash -c '! grep -q "^\./etc/" "$1"' _
 check "vorn-tool has no conffiles" bash -c '! dpkg-deb -I "$1" conffiles >/dev/null 2>&1' _ "$tool_deb"
 check "vorn-tool ships no driver library" bash -c '! grep -q "lib\(drvkopa_host\|kelvar_hal\)" "$1"' _ \
   "$tmp/tool.list"
-for f in ./usr/sbin/vorn_tool ./usr/share/man/man8/vorn_tool.8.gz \
-  ./usr/share/bash-completion/completions/vorn_tool ./usr/share/doc/vorn-tool/copyright \
-  ./usr/share/doc/vorn-tool/changelog.gz ./usr/share/vorn-tool/prometheus/vorn.rules.yml; do
+for f in ./usr/sbin/vorn_tool ./usr/sbin/vornctl "./usr/lib/$multiarch/vorn_tool/vorn_tls.so" \
+  ./usr/share/man/man8/vorn_tool.8.gz ./usr/share/man/man8/vornctl.8.gz \
+  ./usr/share/bash-completion/completions/vorn_tool ./usr/share/bash-completion/completions/vornctl \
+  ./usr/share/doc/vorn-tool/copyright ./usr/share/doc/vorn-tool/changelog.gz \
+  ./usr/share/vorn-tool/prometheus/vorn.rules.yml; do
   check "vorn-tool ships $f" grep -qx -- "$f" "$tmp/tool.list"
 done
-check "vorn-tool ships the unit" grep -qE "^\./(usr/)?lib/systemd/system/$unit\$" "$tmp/tool.list"
+for u in "$unit" vornctl-metrics.service vornctl-metrics.timer; do
+  check "vorn-tool ships the unit $u" grep -qx "\./lib/systemd/system/$u" "$tmp/tool.list"
+done
+check "vorn-tool depends on libc6 and on libssl3 (the TLS module's libcrypto)" bash -c \
+  'deps=$(dpkg-deb -f "$1" Depends); [[ $deps == *libc6* && $deps == *libssl3* ]]' _ "$tool_deb"
 for f in ".$emu_dir/libdrvkopa_host.so" ".$emu_dir/libkelvar_hal.so" ".$emu_dir/libkopa_emu_tls.so" \
   ./usr/bin/kopa-emu ./usr/share/man/man1/kopa-emu.1.gz ./usr/share/doc/vorn-tool-emulator/README; do
   check "vorn-tool-emulator ships $f" grep -qx -- "$f" "$tmp/emu.list"
@@ -160,20 +167,9 @@ done
 check "kopa-emu runs (init, show)" bash -c \
   'KOPA_EMU_DIR="$1/emu-state" "$2" init --devices 2 >/dev/null && KOPA_EMU_DIR="$1/emu-state" "$2" show >/dev/null' \
   _ "$tmp" "$a/usr/bin/kopa-emu"
-# The installed tool keeps the host's real paths and is not run here; a test build of the tool
-# (VORN_TEST_TOOL, paths under a temporary root) runs on the installed emulator instead.
-if [[ -n ${VORN_TEST_TOOL:-} ]]; then
-  check "a test-build tool sets and gets an MTU on the installed emulator" bash -c '
-    export KOPA_EMU_DIR=$1/emu-state VORN_TEST_ROOT=$1/test-root LD_LIBRARY_PATH=$2
-    mkdir -p "$VORN_TEST_ROOT/etc" && install -m 0640 /dev/null "$VORN_TEST_ROOT/etc/vorn.conf" &&
-      ldd "$3" | grep -q "libdrvkopa_host.so => $2/" &&
-      "$3" -i 1 -mtu -s size 9000 && [[ $("$3" -i 1 -mtu -g) == mtu:9000 ]] &&
-      [[ $("$4" get 1 mtu) == 9000 && $(cat "$VORN_TEST_ROOT/etc/vorn.conf") == mtu_1=9000 ]]' \
-    _ "$tmp" "$a$emu_dir" "$VORN_TEST_TOOL" "$a/usr/bin/kopa-emu"
-fi
-
 if command -v man >/dev/null; then
-  for page in usr/share/man/man8/vorn_tool.8.gz usr/share/man/man1/kopa-emu.1.gz; do
+  for page in usr/share/man/man8/vorn_tool.8.gz usr/share/man/man8/vornctl.8.gz \
+    usr/share/man/man1/kopa-emu.1.gz; do
     check "man renders $page without warnings" bash -c \
       'err=$(MANWIDTH=80 man --warnings -l "$1" 2>&1 >/dev/null); [[ -z $err ]] || { echo "$err" >&2; false; }' \
       _ "$a/$page"
@@ -188,6 +184,7 @@ fi
 
 completion=$a/usr/share/bash-completion/completions/vorn_tool
 check "the completion parses (bash -n)" bash -n "$completion"
+check "vornctl's completion parses (bash -n)" bash -n "$a/usr/share/bash-completion/completions/vornctl"
 complete_words() { # the completion's answer for COMP_WORDS = the arguments, cursor on the last
   bash -c 'source "$1"; shift; COMP_WORDS=("$@"); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _vorn_tool
     echo "${COMPREPLY[*]}"' _ "$completion" "$@"
@@ -278,6 +275,15 @@ check "an administrator's link /etc/vorn.conf is kept" bash -c \
 host_state >"$tmp/host.after"
 check "the host's dpkg database, /etc, /var/log and unit links are untouched" \
   cmp -s "$tmp/host.before" "$tmp/host.after"
+
+# The installed programs themselves, as root, in a throw-away overlay of the host.
+installed=0
+scripts/check_installed.sh "$tool_deb" "$emu_deb" || installed=$?
+case $installed in
+0) ok "the installed-package tests" ;;
+77) echo "package check: the installed-package tests were skipped" ;;
+*) bad "the installed-package tests" ;;
+esac
 
 if ((fails)); then
   echo "package check: $fails check(s) failed" >&2

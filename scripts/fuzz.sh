@@ -37,7 +37,8 @@ if ! command -v clang++ >/dev/null ||
 fi
 
 CC=clang CXX=clang++ cmake -S . -B "$build" -G Ninja -DVORN_TEST_PATHS=ON -DVORN_FUZZ=ON \
-  -DVORN_BUILD_TESTS=OFF -DVORN_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  -DVORN_BUILD_TESTS=OFF -DVORN_BUILD_BENCH=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DVORN_WERROR="${VORN_WERROR:-OFF}" >/dev/null
 cmake --build "$build" -j"${VORN_JOBS:-2}" --target "${targets[@]}"
 
 status=0

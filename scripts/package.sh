@@ -6,7 +6,10 @@
 # The build dir is configured as a production build for /usr with the Debian build flags
 # (dpkg-buildflags, hardening=+all), built, and packed by CPack:
 #   <build dir>/vorn-tool_<version>_<arch>.deb, <build dir>/vorn-tool-emulator_<version>_<arch>.deb
-# lintian then checks both; an error fails the script (warnings are listed in README.md).
+# scripts/check_unpackaged.sh checks that everything the build installs is in them (or
+# deliberately left out), then lintian checks both; an error fails the script (warnings are
+# listed in README.md).
+# VORN_WERROR=ON makes compiler warnings errors (CI sets it).
 # --no-deps skips installing the tools (scripts/deps.sh, scripts/package_deps.sh); without
 # lintian the check is skipped. JOBS sets the build's parallel jobs (default: nproc).
 set -euo pipefail
@@ -39,6 +42,7 @@ cmake -S . -B "$dir" -G Ninja \
   -DCMAKE_INSTALL_PREFIX=/usr \
   -DVORN_SYSTEMD_UNIT_DIR="$unitdir" \
   -DVORN_TEST_PATHS=OFF -DVORN_BUILD_TESTS=OFF -DVORN_BUILD_BENCH=OFF \
+  -DVORN_WERROR="${VORN_WERROR:-OFF}" \
   -DCMAKE_C_FLAGS="$cppflags $(dpkg-buildflags --get CFLAGS)" \
   -DCMAKE_CXX_FLAGS="$cppflags $(dpkg-buildflags --get CXXFLAGS)" \
   -DCMAKE_EXE_LINKER_FLAGS="$ldflags" \
@@ -52,6 +56,7 @@ shopt -s nullglob
 debs=("$dir"/*.deb)
 ((${#debs[@]} == 2)) || { echo "package: expected two packages in $dir" >&2; exit 1; }
 printf 'package: %s\n' "${debs[@]}"
+scripts/check_unpackaged.sh "$dir" "${debs[@]}"
 
 if command -v lintian >/dev/null; then
   # Errors fail; warnings and notes are shown (README.md lists and justifies them).

@@ -2,9 +2,11 @@
 # Builds and runs every test: the test build (absolute paths under a test root, with a subset of
 # the end-to-end tests under valgrind when it is installed), then the same suite under
 # AddressSanitizer and UndefinedBehaviorSanitizer, then every fuzz target for a few seconds
-# (when clang has libFuzzer), then the production build, packed as the Debian packages and
-# checked in fresh roots under a temporary directory (scripts/check_package.sh, lintian
-# included).
+# (when clang has libFuzzer), then the production build, packed as the Debian packages, checked
+# in fresh roots under a temporary directory and installed in a throw-away overlay of the host,
+# where the installed programs run on the installed emulator (scripts/check_package.sh,
+# lintian, scripts/check_unpackaged.sh and scripts/check_installed.sh included). Compiler
+# warnings are errors in every build.
 # Usage: scripts/test.sh [--quick]   (--quick skips the sanitizer pass and the fuzz targets)
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -14,10 +16,13 @@ quick=0
 
 scripts/deps.sh
 jobs=$(nproc)
+# Every build of CI treats a compiler warning as an error (scripts/package.sh and
+# scripts/fuzz.sh read it too).
+export VORN_WERROR=ON
 
 run_suite() {
   local dir=$1; shift
-  cmake -S . -B "$dir" -G Ninja -DVORN_TEST_PATHS=ON "$@" >/dev/null
+  cmake -S . -B "$dir" -G Ninja -DVORN_TEST_PATHS=ON -DVORN_WERROR="$VORN_WERROR" "$@" >/dev/null
   cmake --build "$dir" -j"$jobs"
   ctest --test-dir "$dir" -j"$jobs" --output-on-failure --timeout 300
 }
@@ -42,7 +47,7 @@ if ((!quick)); then
 fi
 
 # The package check builds the production build itself (the system's exact paths, no run path).
-echo "== production build and Debian packages =="
+echo "== production build, Debian packages and the installed-package tests =="
 scripts/package_deps.sh
-JOBS=$jobs VORN_TEST_TOOL=build-test/vorn_tool scripts/check_package.sh build-pkgcheck
+JOBS=$jobs scripts/check_package.sh build-pkgcheck
 echo "all tests passed"

@@ -11,13 +11,6 @@
 #include "base/result.hpp"
 #include "log/driver_log.hpp"
 
-#ifdef VORN_TEST_PATHS
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#endif
-
 namespace
 {
 
@@ -35,22 +28,6 @@ struct CipherCtxFree {
 };
 
 using SymmKey = SecureBuffer<kTlsSymmKeyLen>;
-
-#ifdef VORN_TEST_PATHS
-// Test build only: the symmetric key is written to the file that VORN_TEST_SYMM_KEY_FILE names,
-// so that a test can look for copies of it left in the process's memory.
-void record_key_for_tests(const SymmKey &key)
-{
-    const char *path = std::getenv("VORN_TEST_SYMM_KEY_FILE");
-    if (path == nullptr || path[0] == '\0')
-        return;
-    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (fd < 0)
-        return;
-    (void)!write(fd, key.data(), key.size());
-    (void)close(fd);
-}
-#endif
 
 // AES-256-GCM of the pass phrase: ciphertext at the password field, its length, the tag.
 bool seal_pwd(uint8_t *blob, const SymmKey &key, const uint8_t *pwd, uint32_t len)
@@ -127,9 +104,6 @@ int32_t tool_enc_tls_pwd(TlsRecord &blob, const uint8_t *pwd, uint32_t len, cons
         clear_envelope(rec);
         return kErrSysCopy;
     }
-#ifdef VORN_TEST_PATHS
-    record_key_for_tests(key);
-#endif
     if (!seal_pwd(rec, key, pwd, len) || !seal_key(rec, key, pub_pem, pub_len)) {
         clear_envelope(rec);
         return kErrSysCopy;

@@ -93,10 +93,15 @@ std::string dscp_runs(const std::string &list)
     auto flush = [&](int end) {
         if (run_start < 0)
             return;
-        out += (out.empty() ? "" : ",") + std::to_string(run_start);
-        if (end != run_start)
-            out += "-" + std::to_string(end);
-        out += ":" + std::to_string(run_tc);
+        if (!out.empty())
+            out += ',';
+        out += std::to_string(run_start);
+        if (end != run_start) {
+            out += '-';
+            out += std::to_string(end);
+        }
+        out += ':';
+        out += std::to_string(run_tc);
     };
     size_t pos = 0;
     while (pos < list.size()) {

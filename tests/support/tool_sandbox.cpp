@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -98,8 +99,18 @@ ProcResult run_process(const std::vector<std::string> &argv,
         res.err = std::string("spawn failed: ") + strerror(rc);
         return res;
     }
-    if (!input.empty())
+    if (!input.empty()) {
+        // A program may end without reading its input: the write then fails with EPIPE rather
+        // than ending the test (the program was spawned with the default disposition).
+        struct sigaction ignore {
+        };
+        struct sigaction old {
+        };
+        ignore.sa_handler = SIG_IGN;
+        (void)sigaction(SIGPIPE, &ignore, &old);
         (void)!write(in_pipe[1], input.data(), input.size());
+        (void)sigaction(SIGPIPE, &old, nullptr);
+    }
     close(in_pipe[1]);
 
     pollfd fds[2] = {{out_pipe[0], POLLIN, 0}, {err_pipe[0], POLLIN, 0}};

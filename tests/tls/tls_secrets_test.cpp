@@ -57,9 +57,11 @@ TEST_F(TlsSecretsTest, NoCopyOfPassPhraseOrKeysIsLeftInMemoryAtExit)
     for (const Case &c : cases) {
         std::filesystem::remove(dump);
         std::filesystem::remove(symm);
-        const PtyResult r =
-            tls_typed(install_words(pki_.path(), c.host), c.typed, "0", false,
-                      {{"VORN_TEST_MEMDUMP", dump}, {"VORN_TEST_SYMM_KEY_FILE", symm}});
+        const PtyResult r = tls_typed(install_words(pki_.path(), c.host), c.typed, "0", false,
+                                      {{"LD_PRELOAD", VORN_SECRET_SEAM},
+                                       {"ASAN_OPTIONS", "verify_asan_link_order=0"},
+                                       {"VORN_TEST_MEMDUMP", dump},
+                                       {"VORN_TEST_SYMM_KEY_FILE", symm}});
         ASSERT_EQ(r.status, c.status) << c.what << "\n" << r.err;
         const std::string memory = read_file(dump);
         // The dump holds the process: the words of its command line are in it.
