@@ -3,8 +3,8 @@
 #
 #   vorn-tool           component "tool": vorn_tool, vornctl, the TLS module vorn_tls.so,
 #                       vorn_tool(8), vornctl(8), their bash completions, the recovery unit,
-#                       vornctl's metrics service and timer, and the maintainer scripts that
-#                       create /etc/vorn.conf
+#                       vornctl's metrics service and timer, the alerting rules for vornctl's
+#                       metrics, and the maintainer scripts that create /etc/vorn.conf
 #   vorn-tool-emulator  component "emulator": both emulated driver libraries and the TLS
 #                       plugin under a private directory (never the loader's default path),
 #                       kopa-emu and its manual page
@@ -51,6 +51,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/dist/bash-completion/vorn_tool
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/bash-completion/completions COMPONENT tool)
 install(FILES ${PROJECT_SOURCE_DIR}/dist/debian/copyright ${VORN_DIST_DIR}/changelog.gz
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/${VORN_DEB_NAME} COMPONENT tool)
+# The alerting rules for vornctl's metrics, as tests/prometheus tests them.
+install(FILES ${PROJECT_SOURCE_DIR}/dist/prometheus/vorn.rules.yml
+  DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/vorn-tool/prometheus COMPONENT tool)
 
 # ---- component "emulator": on request only ----
 install(TARGETS drvkopa_host kelvar_hal kopa_emu_tls

@@ -83,7 +83,8 @@ check "vorn-tool ships no driver library" bash -c '! grep -q "lib\(drvkopa_host\
 for f in ./usr/sbin/vorn_tool ./usr/sbin/vornctl "./usr/lib/$multiarch/vorn_tool/vorn_tls.so" \
   ./usr/share/man/man8/vorn_tool.8.gz ./usr/share/man/man8/vornctl.8.gz \
   ./usr/share/bash-completion/completions/vorn_tool ./usr/share/bash-completion/completions/vornctl \
-  ./usr/share/doc/vorn-tool/copyright ./usr/share/doc/vorn-tool/changelog.gz; do
+  ./usr/share/doc/vorn-tool/copyright ./usr/share/doc/vorn-tool/changelog.gz \
+  ./usr/share/vorn-tool/prometheus/vorn.rules.yml; do
   check "vorn-tool ships $f" grep -qx -- "$f" "$tmp/tool.list"
 done
 for u in "$unit" vornctl-metrics.service vornctl-metrics.timer; do

@@ -19,6 +19,14 @@ if ((${#need[@]})); then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq "${need[@]}"
 fi
 
+# promtool (Debian's prometheus) checks vornctl's metrics and tests the shipped alerting rules.
+if ! command -v promtool >/dev/null 2>&1 && ! have_pkg prometheus; then
+  echo "installing: prometheus (for promtool)"
+  if [[ $(id -u) -ne 0 ]]; then SUDO=sudo; else SUDO=; fi
+  ((${#need[@]})) || $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends prometheus
+fi
+
 # ansible-core runs the Ansible collection (ansible/) and its test; its recommendations (the whole
 # community collection set, WinRM, cloud libraries) are not needed.
 if ! have_pkg ansible-core; then

@@ -11,10 +11,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <set>
 
 #include "base/result.hpp"
 #include "base/text.hpp"
 #include "commands/qos_settings.hpp"
+#include "commands/route_store.hpp"
 #include "commands/saved_item.hpp"
 #include "config/store.hpp"
 #include "device/device_info.hpp"
@@ -68,13 +70,13 @@ void compare_dscp(const std::string &saved, const std::string &live, ItemView *i
     (void)qos_read_dscp_list(saved, want);
     uint8_t held[kDscpValues];
     (void)qos_read_dscp_list(live, held);
-    ItemDiff diff;
+    ItemDiff diff{"", std::string(), ""};
     for (uint32_t d = 0; d < kDscpValues; ++d) {
         if (want[d] == kDscpNotSaved || want[d] == held[d])
             continue;
         const char *sep = diff.saved.empty() ? "" : ",";
         diff.saved += sep + std::to_string(d) + ":" + std::to_string(want[d]);
-        diff.device += sep + std::to_string(d) + ":" + std::to_string(held[d]);
+        *diff.live += sep + std::to_string(d) + ":" + std::to_string(held[d]);
     }
     if (!diff.saved.empty())
         item->diffs.push_back(diff);
@@ -91,8 +93,10 @@ void compare_value(const SavedItem &def, const SavedValue &saved, const SavedVal
     } else if (saved.ret == 0) {
         item->saved = saved.text;
     }
+    // A group's gateway: read, and held by this device, by another, or by none (null).
+    const bool group = live != nullptr && live->ret == 0 && (live->holder || live->value == "none");
     if (live != nullptr) {
-        item->live = live->value;
+        item->live = group && !live->holder ? std::nullopt : live->value;
         if (live->ret != 0)
             item->live_error = live_error(*live);
         item->holder = live->holder;
@@ -102,6 +106,7 @@ void compare_value(const SavedItem &def, const SavedValue &saved, const SavedVal
     if (!item->saved)
         return;
     const auto want = def.canonical(*item->saved);
+    item->saved_canon = want;
     if (partner != nullptr && partner->ret != 0) {
         item->saved_error =
             std::string("saved without ") + def.partner + ": recovery replays neither";
@@ -119,24 +124,26 @@ void compare_value(const SavedItem &def, const SavedValue &saved, const SavedVal
         item->state = ItemState::kUnusable;
         return;
     }
-    if (!item->live) {
+    if (!item->live && !group) {
         item->state = ItemState::kUnknown;
         return;
     }
     if (def.kind == ItemKind::kDscpMap) {
         compare_dscp(*item->saved, *item->live, item);
-    } else if (live->ret == 0 && (live->holder || *item->live == "none")) {
-        // A group's gateway: the device holds it when it is the group's holder.
+    } else if (group) {
+        // The device holds the group's gateway when it is the group's holder.
         const bool held = item->holder && *item->holder == dev.phy_id;
         if (!held || *want != *item->live) {
-            std::string device = held ? *item->live : "none";
-            if (!held && item->holder)
-                device += " (the group's gateway " + *item->live + " is on dev " +
-                          std::to_string(*item->holder) + ")";
-            item->diffs.push_back({*item->saved, device});
+            ItemDiff diff{*item->saved, std::nullopt, ""};
+            if (held)
+                diff.live = item->live;
+            else if (item->holder)
+                diff.note = " (the group's gateway " + *item->live + " is on dev " +
+                            std::to_string(*item->holder) + ")";
+            item->diffs.push_back(diff);
         }
     } else if (*want != *item->live) {
-        item->diffs.push_back({*item->saved, *item->live});
+        item->diffs.push_back({*item->saved, item->live, ""});
     }
     item->state = item->diffs.empty() ? ItemState::kAgree : ItemState::kDrift;
 }
@@ -179,7 +186,10 @@ void compare_list(const SavedItem &def, const ItemSavedList &saved, const ItemLi
             item->unappliable.push_back(want.text);
             continue;
         }
-        item->diffs.push_back({want.text, held == live->entries.end() ? "none" : held->text});
+        item->diffs.push_back(
+            {want.text,
+             held == live->entries.end() ? std::nullopt : std::optional<std::string>(held->text),
+             ""});
     }
     if (!item->unappliable.empty())
         item->saved_error += std::string(item->saved_error.empty() ? "" : "; ") +
@@ -230,6 +240,47 @@ size_t item_index(std::string_view key)
             return i;
     }
     return g_saved_items.size();
+}
+
+// The ids the file saves settings for, each line read as the store reads it: physical ids of
+// item keys and route lines, logical ids of ARP, policy rule and policy route lines. An id no
+// device has is absent.
+std::vector<AbsentId> absent_ids(std::string_view conf, const std::vector<DeviceView> &devices)
+{
+    std::set<uint32_t> phy, logic;
+    (void)cfg_for_each_piece(conf, [&](std::string_view piece) {
+        const std::string line(piece.substr(0, piece.find_first_of(std::string_view("\n\0", 2))));
+        const size_t eq = line.find('=');
+        if (eq == std::string::npos || line.starts_with("#"))
+            return 0;
+        SavedRouteLine route{};
+        if (tool_is_route_line(piece)) {
+            if (tool_parse_route_line(line.c_str(), &route) == kOk)
+                phy.insert(route.section);
+            return 0;
+        }
+        const std::string_view key(line.data(), eq);
+        for (const SavedItem *def : g_saved_items) {
+            // Values under the physical id, lines of saved commands under the logical one.
+            if (const auto id = def->buffer != 0 ? ctl_key_id(key, def->key) : std::nullopt; id)
+                phy.insert(*id);
+            if (const auto id =
+                    def->line_key != nullptr ? ctl_key_id(key, def->line_key) : std::nullopt;
+                id)
+                logic.insert(*id);
+        }
+        return 0;
+    });
+    for (const DeviceView &dev : devices) {
+        phy.erase(dev.phy_id);
+        logic.erase(dev.logic_id);
+    }
+    std::vector<AbsentId> absent;
+    for (uint32_t id : phy)
+        absent.push_back({id, std::nullopt});
+    for (uint32_t id : logic)
+        absent.push_back({std::nullopt, id});
+    return absent;
 }
 
 void read_tls(uint32_t logic_id, TlsView *tls)
@@ -367,6 +418,46 @@ std::optional<int64_t> ctl_asctime_utc(std::string_view text)
     return static_cast<int64_t>(timegm(&when));
 }
 
+std::optional<uint32_t> ctl_key_id(std::string_view key, std::string_view item)
+{
+    if (key.size() <= item.size() + 1 || !key.starts_with(item) || key[item.size()] != '_')
+        return std::nullopt;
+    const std::string_view id = key.substr(item.size() + 1);
+    if (id.size() > 4 || !std::all_of(id.begin(), id.end(), [](char c) { return isdigit(c) != 0; }))
+        return std::nullopt;
+    return static_cast<uint32_t>(strtoul(std::string(id).c_str(), nullptr, 10));
+}
+
+bool ctl_has_saved(const DeviceView &dev)
+{
+    return std::any_of(dev.items.begin(), dev.items.end(), [](const ItemView &item) {
+        return item.saved || item.saved_entries || !item.saved_error.empty();
+    });
+}
+
+bool ctl_all_verified(const HostView &host)
+{
+    if (!host.absent.empty())
+        return false;
+    return std::none_of(host.devices.begin(), host.devices.end(), [](const DeviceView &dev) {
+        return std::any_of(dev.items.begin(), dev.items.end(),
+                           [](const ItemView &item) { return item.state == ItemState::kUnknown; });
+    });
+}
+
+std::vector<std::string> ctl_split(const std::string &text, char sep)
+{
+    std::vector<std::string> parts;
+    size_t start = 0;
+    for (;;) {
+        const size_t at = text.find(sep, start);
+        parts.push_back(text.substr(start, at - start));
+        if (at == std::string::npos)
+            return parts;
+        start = at + 1;
+    }
+}
+
 const ItemView *ctl_find_item(const DeviceView &dev, std::string_view name)
 {
     for (const ItemView &item : dev.items) {
@@ -408,6 +499,8 @@ int32_t ctl_read_host(std::optional<uint32_t> only, HostView *host)
             saved.push_back(read_saved(host->conf_ret == 0 ? &conf : nullptr, host->conf,
                                        {dev.logic_id, dev.phy_id}));
     }
+    if (!only)
+        host->absent = absent_ids(host->conf, devices);
     for (size_t i = 0; i < devices.size(); ++i)
         read_device(saved[i], &devices[i]);
     host->devices = std::move(devices);

@@ -29,7 +29,8 @@ enum class ItemState : uint8_t {
 /// One difference between the saved and the device value, in the saved form.
 struct ItemDiff {
     std::string saved;
-    std::string device; ///< "none" when the device holds no such entry or value
+    std::optional<std::string> live; ///< nullopt when the device holds no such entry or value
+    std::string note;                ///< what the text adds after the device's value, or ""
 };
 
 /// One saved item (or list of saved lines) of a device.
@@ -39,6 +40,8 @@ struct ItemView {
     bool list = false;                ///< entries (routes, ARP entries, policy rules and routes)
     uint32_t buffer = 0;              ///< the recovery buffer of a value item, bytes
     std::optional<std::string> saved; ///< value item: the saved text
+    /// value item: the saved text in the device value's form (its canonical form), when it reads
+    std::optional<std::string> saved_canon;
     std::optional<std::vector<std::string>> saved_entries; ///< list: the saved entries
     std::string saved_error;                               ///< why saved lines cannot be used
     std::optional<std::string> live;                       ///< value item, in the saved form
@@ -85,7 +88,15 @@ struct DeviceView {
     TlsView tls;
     std::optional<kopa_netdev_stat> stats;    ///< the port's packet counters
     std::optional<kopa_optical_info> optical; ///< the optical module, when the cage holds one
+    std::optional<std::string> firmware;      ///< the firmware version text, escaped
     std::vector<ItemView> items;              ///< in replay order
+};
+
+/// A device id that /etc/vorn.conf saves settings for and that no device of the host has: a
+/// physical id (items and routes) or a logical id (ARP entries, policy rules and routes).
+struct AbsentId {
+    std::optional<uint32_t> phy_id;
+    std::optional<uint32_t> logic_id;
 };
 
 struct HostView {
@@ -94,6 +105,7 @@ struct HostView {
     int conf_ret = 0;                ///< 0, or the store's code when it could not be read
     std::string conf;                ///< its content as read
     std::vector<DeviceView> devices; ///< by physical id
+    std::vector<AbsentId> absent;    ///< saved ids without a device (physical ones first)
 };
 
 /// Reads the host: the configuration file once, then every device (or only the device of
@@ -101,6 +113,19 @@ struct HostView {
 /// no device has the physical id `only`. A configuration file that cannot be read leaves
 /// `conf_ret` set and every item unsaved.
 [[nodiscard]] int32_t ctl_read_host(std::optional<uint32_t> only, HostView *host);
+
+/// The id of a key "<item>_<id>" when the key is exactly that (at most four digits).
+[[nodiscard]] std::optional<uint32_t> ctl_key_id(std::string_view key, std::string_view item);
+
+/// Whether the file saves anything for `dev` (a saved value, an entry, or an unusable line).
+[[nodiscard]] bool ctl_has_saved(const DeviceView &dev);
+
+/// Whether every device the file saves settings for was present and verified: none absent, no
+/// saved item of a present device left unread (an unhealthy device, a value not answered).
+[[nodiscard]] bool ctl_all_verified(const HostView &host);
+
+/// The parts of `text` between the separators `sep` (one part for a text without any).
+[[nodiscard]] std::vector<std::string> ctl_split(const std::string &text, char sep);
 
 /// The item `name` of `dev`, or null.
 [[nodiscard]] const ItemView *ctl_find_item(const DeviceView &dev, std::string_view name);

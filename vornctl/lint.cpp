@@ -23,6 +23,7 @@
 #include "config/store.hpp"
 #include "device/device_info.hpp"
 #include "vornctl/host_view.hpp"
+#include "vornctl/json_out.hpp"
 #include "vornctl/vornctl.hpp"
 
 namespace
@@ -34,7 +35,7 @@ struct Finding {
     Severity severity;
     size_t line; ///< line of the configuration file, 0 for the host
     std::string text;
-    std::string suggestion;
+    std::string suggestion; ///< a command or an edit; "" when there is nothing to propose
 };
 
 constexpr uint32_t kGroupSize = 4; ///< server boards group devices 0..3 and 4 and above
@@ -75,23 +76,6 @@ std::string value_of(std::string_view text)
 {
     const size_t eq = text.find('=');
     return eq == std::string_view::npos ? "" : std::string(text.substr(eq + 1));
-}
-
-bool all_digits(std::string_view text)
-{
-    return !text.empty() &&
-           std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
-/// The device id at the end of a key "<item>_<id>", when the key is exactly that.
-std::optional<uint32_t> id_of_key(std::string_view key, std::string_view item)
-{
-    if (key.size() <= item.size() + 1 || !key.starts_with(item) || key[item.size()] != '_')
-        return std::nullopt;
-    const std::string_view id = key.substr(item.size() + 1);
-    if (!all_digits(id) || id.size() > 4)
-        return std::nullopt;
-    return static_cast<uint32_t>(strtoul(std::string(id).c_str(), nullptr, 10));
 }
 
 bool inet_pton_ok(const std::string &text, uint32_t *address)
@@ -239,7 +223,7 @@ void lint_buffers(LintContext &ctx)
         const std::string value = value_of(p.text);
         for (const SavedItem *item : g_saved_items) {
             const SavedItem &def = *item;
-            const auto phy = def.buffer != 0 ? id_of_key(key, def.key) : std::nullopt;
+            const auto phy = def.buffer != 0 ? ctl_key_id(key, def.key) : std::nullopt;
             if (!phy)
                 continue;
             const size_t entries = std::count(value.begin(), value.end(), ',') + 1;
@@ -326,7 +310,7 @@ void lint_prefix_reads(LintContext &ctx)
             if (own)
                 text += ", and device " + std::to_string(phy) + "'s own line is never read";
             std::string suggestion;
-            const auto other_phy = id_of_key(other, def.key);
+            const auto other_phy = ctl_key_id(other, def.key);
             if (other_phy && ctx.phy_ids.count(*other_phy) != 0) {
                 suggestion = set_command(ctx, *other_phy, def.key);
                 if (!own)
@@ -379,7 +363,7 @@ void lint_cmdlines(LintContext &ctx)
         for (const SavedItem *kind : g_saved_items) {
             if (kind->line_key == nullptr)
                 continue;
-            const auto id = id_of_key(key_of(p.text), kind->line_key);
+            const auto id = ctl_key_id(key_of(p.text), kind->line_key);
             if (!id || p.text.find('=') == std::string::npos)
                 continue;
             if (kind->check(p.text.c_str()) != kOk) {
@@ -392,8 +376,8 @@ void lint_cmdlines(LintContext &ctx)
             } else if (ctx.logic_ids.count(*id) == 0) {
                 ctx.add(Severity::kInfo, p.line,
                         "no device has the logical id " + std::to_string(*id) +
-                            ": this line is never replayed",
-                        "none, unless the device returns");
+                            ": this line is never replayed unless the device returns",
+                        "");
             }
         }
     }
@@ -413,14 +397,14 @@ void lint_deletions(LintContext &ctx, const std::vector<RouteLine> &routes)
             if (p.text.find(key) == std::string::npos || key_of(p.text) == key)
                 continue;
             const Severity severity = p.comment ? Severity::kInfo : Severity::kWarning;
-            std::string suggestion = "none";
+            std::string suggestion;
             SavedRouteLine route{};
             if (tool_parse_route_line(p.text.c_str(), &route) == kOk)
                 suggestion = "after any change of device " + std::to_string(phy) +
                              "'s gateway: vorn_tool -i " + std::to_string(route.section) +
                              " -route -a address " + route.address + " netmask " + route.netmask +
                              " gateway " + route.gateway;
-            else if (const auto other = id_of_key(key_of(p.text), "gateway"); other)
+            else if (const auto other = ctl_key_id(key_of(p.text), "gateway"); other)
                 suggestion = "after any change of device " + std::to_string(phy) +
                              "'s gateway: " + set_command(ctx, *other, "gateway");
             ctx.add(severity, p.line,
@@ -485,24 +469,30 @@ void lint_pairs(LintContext &ctx)
 
 // ---- The host ---------------------------------------------------------------------------------
 
-/// The devices that hold each value of one item (live), most held first.
-std::vector<std::pair<std::string, std::vector<uint32_t>>>
-groups_of(const HostView &host, std::string_view name, std::string_view partner = {})
+/// Values, each with the devices that have it.
+using Groups = std::vector<std::pair<std::string, std::vector<uint32_t>>>;
+
+void add_to(Groups *groups, const std::string &value, uint32_t phy_id)
 {
-    std::vector<std::pair<std::string, std::vector<uint32_t>>> groups;
+    auto it = std::find_if(groups->begin(), groups->end(),
+                           [&](const auto &g) { return g.first == value; });
+    if (it == groups->end())
+        groups->push_back({value, {phy_id}});
+    else
+        it->second.push_back(phy_id);
+}
+
+/// The devices that hold each value of one item (live), most held first.
+Groups groups_of(const HostView &host, std::string_view name, std::string_view partner = {})
+{
+    Groups groups;
     for (const DeviceView &dev : host.devices) {
         const ItemView *item = ctl_find_item(dev, name);
         const ItemView *second = partner.empty() ? nullptr : ctl_find_item(dev, partner);
         if (!dev.readable || item == nullptr || !item->live ||
             (!partner.empty() && (second == nullptr || !second->live)))
             continue;
-        const std::string value = *item->live + (second != nullptr ? " " + *second->live : "");
-        auto it = std::find_if(groups.begin(), groups.end(),
-                               [&](const auto &g) { return g.first == value; });
-        if (it == groups.end())
-            groups.push_back({value, {dev.phy_id}});
-        else
-            it->second.push_back(dev.phy_id);
+        add_to(&groups, *item->live + (second != nullptr ? " " + *second->live : ""), dev.phy_id);
     }
     std::stable_sort(groups.begin(), groups.end(), [](const auto &a, const auto &b) {
         return a.second.size() > b.second.size();
@@ -510,17 +500,42 @@ groups_of(const HostView &host, std::string_view name, std::string_view partner 
     return groups;
 }
 
-std::vector<std::string> split(const std::string &text, char sep)
+/// The values the file saves for one item (and its partner) on the present devices, with the
+/// devices saving each; a DSCP map as the union of its saved entries ("dscp:tc" each). Empty
+/// when saved values disagree (`*disagree` then names them) or nothing is saved.
+std::vector<std::string> saved_target(const HostView &host, std::string_view name,
+                                      const char *partner, std::string *disagree)
 {
-    std::vector<std::string> parts;
-    size_t start = 0;
-    for (;;) {
-        const size_t at = text.find(sep, start);
-        parts.push_back(text.substr(start, at - start));
-        if (at == std::string::npos)
-            return parts;
-        start = at + 1;
+    Groups groups;
+    std::map<unsigned long, std::string> dscp; // the union: DSCP value -> "dscp:tc"
+    bool dscp_clash = false;
+    for (const DeviceView &dev : host.devices) {
+        const ItemView *item = ctl_find_item(dev, name);
+        const ItemView *second = partner == nullptr ? nullptr : ctl_find_item(dev, partner);
+        if (item == nullptr || !item->saved_canon || (partner != nullptr && !second->saved_canon))
+            continue;
+        const std::string value =
+            *item->saved_canon + (second != nullptr ? " " + *second->saved_canon : "");
+        add_to(&groups, value, dev.phy_id);
+        if (item->def->kind != ItemKind::kDscpMap)
+            continue;
+        for (const std::string &entry : ctl_split(value, ',')) {
+            const auto [at, fresh] = dscp.emplace(strtoul(entry.c_str(), nullptr, 10), entry);
+            dscp_clash = dscp_clash || (!fresh && at->second != entry);
+        }
     }
+    const bool is_dscp = !dscp.empty() || dscp_clash;
+    if ((is_dscp && !dscp_clash) || (!is_dscp && groups.size() == 1)) {
+        if (!is_dscp)
+            return {groups[0].first};
+        std::vector<std::string> entries;
+        for (const auto &[d, entry] : dscp)
+            entries.push_back(entry);
+        return entries;
+    }
+    for (const auto &[value, ids] : groups)
+        *disagree += (disagree->empty() ? "" : "; ") + value + " on dev " + list_of(ids);
+    return {};
 }
 
 void lint_consistency(LintContext &ctx)
@@ -542,43 +557,51 @@ void lint_consistency(LintContext &ctx)
         const auto groups = groups_of(*ctx.host, c.name, c.partner ? c.partner : "");
         if (groups.size() < 2)
             continue;
-        const std::string &want = groups[0].first;
+        const bool dscp = std::string_view(c.name) == "dscp_tc";
         std::string text = std::string(c.what) + " is not the same on every device:";
-        std::string suggestion;
-        for (size_t g = 0; g < groups.size(); ++g) {
-            const std::string shown =
-                std::string(c.name) == "dscp_tc" ? "map " + std::to_string(g + 1) : groups[g].first;
-            text +=
-                std::string(g == 0 ? " " : "; ") + shown + " on dev " + list_of(groups[g].second);
-            if (g == 0)
-                continue;
-            for (uint32_t phy : groups[g].second) {
-                std::vector<std::string> cmds;
-                if (std::string(c.name) == "dscp_tc") {
-                    const auto want_tc = split(want, ',');
-                    const auto have_tc = split(groups[g].first, ',');
-                    for (size_t d = 0; d < want_tc.size() && d < have_tc.size(); ++d) {
-                        if (want_tc[d] == have_tc[d])
-                            continue;
-                        const std::string tc = want_tc[d].substr(want_tc[d].find(':') + 1);
-                        cmds.push_back(set_command(ctx, phy, "dscp_tc",
-                                                   {{"dscp", std::to_string(d)}, {"tc", tc}}));
+        for (size_t g = 0; g < groups.size(); ++g)
+            text += std::string(g == 0 ? " " : "; ") +
+                    (dscp ? "map " + std::to_string(g + 1) : groups[g].first) + " on dev " +
+                    list_of(groups[g].second);
+        // The value proposed is the one the file saves, never what an unsaved device holds.
+        std::string disagree;
+        const std::vector<std::string> want = saved_target(*ctx.host, c.name, c.partner, &disagree);
+        if (want.empty()) {
+            text += disagree.empty() ? ": no device saves it, so there is no value to propose"
+                                     : ": the saved values disagree (" + disagree +
+                                           "), so there is no value to propose";
+            ctx.add(Severity::kWarning, 0, text, "");
+            continue;
+        }
+        std::vector<std::string> cmds;
+        for (const auto &[value, ids] : groups) {
+            for (uint32_t phy : ids) {
+                if (dscp) {
+                    const auto have = ctl_split(value, ',');
+                    for (const std::string &entry : want) {
+                        const size_t d = strtoul(entry.c_str(), nullptr, 10);
+                        if (d < have.size() && have[d] != entry)
+                            cmds.push_back(
+                                set_command(ctx, phy, "dscp_tc",
+                                            {{"dscp", std::to_string(d)},
+                                             {"tc", entry.substr(entry.find(':') + 1)}}));
                     }
-                } else if (c.partner != nullptr) {
-                    const size_t blank = want.find(' ');
-                    cmds.push_back(set_command(
-                        ctx, phy, c.name,
-                        {{c.name, want.substr(0, blank)}, {c.partner, want.substr(blank + 1)}}));
-                } else {
-                    cmds.push_back(set_command(ctx, phy, c.name, {{c.name, want}}));
+                } else if (value != want[0] && c.partner != nullptr) {
+                    const size_t blank = want[0].find(' ');
+                    cmds.push_back(set_command(ctx, phy, c.name,
+                                               {{c.name, want[0].substr(0, blank)},
+                                                {c.partner, want[0].substr(blank + 1)}}));
+                } else if (value != want[0]) {
+                    cmds.push_back(set_command(ctx, phy, c.name, {{c.name, want[0]}}));
                 }
-                const size_t shown_cmds = std::min<size_t>(cmds.size(), 4);
-                for (size_t k = 0; k < shown_cmds; ++k)
-                    suggestion += (suggestion.empty() ? "" : "; ") + cmds[k];
-                if (cmds.size() > shown_cmds)
-                    suggestion += "; ... (" + std::to_string(cmds.size() - shown_cmds) + " more)";
             }
         }
+        constexpr size_t kShown = 4;
+        std::string suggestion;
+        for (size_t k = 0; k < cmds.size() && k < kShown; ++k)
+            suggestion += (suggestion.empty() ? "" : "; ") + cmds[k];
+        if (cmds.size() > kShown)
+            suggestion += "; ... (" + std::to_string(cmds.size() - kShown) + " more)";
         ctx.add(Severity::kWarning, 0, text, suggestion);
     }
 }
@@ -652,9 +675,39 @@ const char *severity_word(Severity s)
     return "info";
 }
 
+void print_text(const LintContext &ctx, const size_t count[3])
+{
+    for (const Finding &f : ctx.findings) {
+        if (f.line != 0)
+            printf("%s: %s:%zu: %s\n", severity_word(f.severity), ctx.conf_name.c_str(), f.line,
+                   f.text.c_str());
+        else
+            printf("%s: host: %s\n", severity_word(f.severity), f.text.c_str());
+        printf("    suggested: %s\n", f.suggestion.empty() ? "none" : f.suggestion.c_str());
+    }
+    printf("lint: %zu error(s), %zu warning(s), %zu info\n", count[2], count[1], count[0]);
+}
+
+void print_json(const LintContext &ctx, const HostView &host, const size_t count[3], int status)
+{
+    CtlJson doc = ctl_doc_head("vornctl-lint", host);
+    doc["config"]["path"] = ctx.conf_name;
+    CtlJson findings = CtlJson::array();
+    for (const Finding &f : ctx.findings)
+        findings.push_back(
+            {{"severity", severity_word(f.severity)},
+             {"line", f.line != 0 ? CtlJson(f.line) : CtlJson(nullptr)},
+             {"text", f.text},
+             {"suggestion", f.suggestion.empty() ? CtlJson(nullptr) : CtlJson(f.suggestion)}});
+    doc["findings"] = findings;
+    doc["counts"] = {{"error", count[2]}, {"warning", count[1]}, {"info", count[0]}};
+    doc["status"] = status;
+    ctl_print_json(doc);
+}
+
 } // namespace
 
-int ctl_lint(const CtlOptions & /*opts*/)
+int ctl_lint(const CtlOptions &opts)
 {
     HostView host;
     const int32_t list_ret = ctl_read_host(std::nullopt, &host);
@@ -707,17 +760,14 @@ int ctl_lint(const CtlOptions & /*opts*/)
             return (a.line == 0 ? SIZE_MAX : a.line) < (b.line == 0 ? SIZE_MAX : b.line);
         });
     size_t count[3] = {};
-    for (const Finding &f : ctx.findings) {
+    for (const Finding &f : ctx.findings)
         ++count[static_cast<int>(f.severity)];
-        if (f.line != 0)
-            printf("%s: %s:%zu: %s\n", severity_word(f.severity), ctx.conf_name.c_str(), f.line,
-                   f.text.c_str());
-        else
-            printf("%s: host: %s\n", severity_word(f.severity), f.text.c_str());
-        printf("    suggested: %s\n", f.suggestion.c_str());
-    }
-    printf("lint: %zu error(s), %zu warning(s), %zu info\n", count[2], count[1], count[0]);
-    if (!ctl_stdout_ok() || list_ret != kOk)
-        return kCtlExitError;
-    return count[2] + count[1] != 0 ? kCtlExitFindings : kCtlExitOk;
+    const int status = list_ret != kOk            ? kCtlExitDevices
+                       : count[2] + count[1] != 0 ? kCtlExitFindings
+                                                  : kCtlExitOk;
+    if (opts.json)
+        print_json(ctx, host, count, status);
+    else
+        print_text(ctx, count);
+    return ctl_stdout_ok() ? status : kCtlExitFailure;
 }

@@ -1,69 +1,22 @@
 // vornctl show: every device (or one) with every setting the tool knows, live from the device
 // beside the saved value, as a table or as JSON (docs/vornctl.schema.json).
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <string>
+#include <vector>
 
-#include <nlohmann/json.hpp>
-
-#include "base/result.hpp"
 #include "vornctl/host_view.hpp"
+#include "vornctl/json_out.hpp"
 #include "vornctl/vornctl.hpp"
 
 namespace
 {
 
-using Json = nlohmann::ordered_json;
-
-/// The version of the JSON document; a change that removes or retypes a field raises it.
-constexpr int kSchemaVersion = 1;
-
-std::string utc_now()
-{
-    char text[32] = {};
-    const time_t now = time(nullptr);
-    tm when{};
-    if (gmtime_r(&now, &when) == nullptr ||
-        strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &when) == 0)
-        return "";
-    return text;
-}
-
-// ---- JSON -------------------------------------------------------------------------------------
-
-template <typename T> Json or_null(const std::optional<T> &value)
-{
-    return value ? Json(*value) : Json(nullptr);
-}
-
-Json item_json(const ItemView &item)
-{
-    Json j;
-    j["key"] = item.key;
-    j["kind"] = item.list ? "list" : "value";
-    if (!item.list)
-        j["buffer"] = item.buffer;
-    j["saved"] = item.list ? or_null(item.saved_entries) : or_null(item.saved);
-    j["live"] = item.list ? or_null(item.live_entries) : or_null(item.live);
-    if (item.holder)
-        j["holder"] = *item.holder;
-    j["state"] = ctl_state_word(item.state);
-    if (!item.saved_error.empty())
-        j["saved_error"] = item.saved_error;
-    if (!item.live_error.empty())
-        j["live_error"] = item.live_error;
-    Json diffs = Json::array();
-    for (const ItemDiff &d : item.diffs)
-        diffs.push_back({{"saved", d.saved}, {"device", d.device}});
-    j["differences"] = diffs;
-    return j;
-}
-
-Json tls_json(const DeviceView &dev)
+CtlJson tls_json(const DeviceView &dev)
 {
     const TlsView &tls = dev.tls;
-    Json j;
+    CtlJson j;
     if (!tls.tried) {
         j["state"] = "unknown";
         j["error"] = "the device was not read: it is not healthy";
@@ -76,11 +29,11 @@ Json tls_json(const DeviceView &dev)
         j["state"] = "installed";
     }
     const bool installed = tls.tried && tls.ret == 0;
-    j["enabled"] = installed ? Json(tls.enabled != 0) : Json(nullptr);
-    j["alarm_days"] = installed ? Json(tls.alarm_days) : Json(nullptr);
-    j["not_after"] = tls.not_after.empty() ? Json(nullptr) : Json(tls.not_after);
-    j["days_to_expiry"] = or_null(tls.days_to_expiry);
-    Json certs = Json::array();
+    j["enabled"] = installed ? CtlJson(tls.enabled != 0) : CtlJson(nullptr);
+    j["alarm_days"] = installed ? CtlJson(tls.alarm_days) : CtlJson(nullptr);
+    j["not_after"] = tls.not_after.empty() ? CtlJson(nullptr) : CtlJson(tls.not_after);
+    j["days_to_expiry"] = tls.days_to_expiry ? CtlJson(*tls.days_to_expiry) : CtlJson(nullptr);
+    CtlJson certs = CtlJson::array();
     for (const CertView &c : tls.certs)
         certs.push_back({{"position", c.position},
                          {"issuer", c.issuer},
@@ -90,12 +43,12 @@ Json tls_json(const DeviceView &dev)
     return j;
 }
 
-Json device_json(const DeviceView &dev)
+CtlJson device_json(const DeviceView &dev)
 {
-    Json j;
+    CtlJson j;
     j["phy_id"] = dev.phy_id;
     j["logic_id"] = dev.logic_id;
-    j["health"] = {{"value", dev.health_ret == 0 ? Json(dev.health) : Json(nullptr)},
+    j["health"] = {{"value", dev.health_ret == 0 ? CtlJson(dev.health) : CtlJson(nullptr)},
                    {"text", ctl_health_word(dev)}};
     j["readable"] = dev.readable;
     if (dev.cfg_status)
@@ -103,33 +56,31 @@ Json device_json(const DeviceView &dev)
                                 {"text", ctl_cfg_status_word(*dev.cfg_status)}};
     else
         j["recovery_status"] = nullptr;
-    j["link"] = dev.link_up ? Json(*dev.link_up ? "up" : "down") : Json(nullptr);
-    j["vnic"] = or_null(dev.vnic);
+    j["link"] = dev.link_up ? CtlJson(*dev.link_up ? "up" : "down") : CtlJson(nullptr);
+    if (dev.vnic) {
+        const size_t slash = dev.vnic->find('/');
+        j["vnic"] = {{"address", dev.vnic->substr(0, slash)},
+                     {"netmask", dev.vnic->substr(slash + 1)}};
+    } else {
+        j["vnic"] = nullptr;
+    }
     j["tls"] = tls_json(dev);
-    Json items = Json::object();
+    CtlJson items = CtlJson::object();
     for (const ItemView &item : dev.items)
-        items[item.name] = item_json(item);
+        items[item.name] = ctl_item_json(item);
     j["items"] = items;
     return j;
 }
 
 void print_json(const HostView &host)
 {
-    Json doc;
-    doc["schema"] = "vornctl-show";
-    doc["schema_version"] = kSchemaVersion;
-    doc["generated"] = utc_now();
-    doc["config"] = {{"path", host.conf_path},
-                     {"readable", host.conf_ret == 0},
-                     {"error", host.conf_ret == 0 ? Json(nullptr) : Json(host.conf_ret)}};
-    Json devices = Json::array();
+    CtlJson doc = ctl_doc_head("vornctl-show", host);
+    CtlJson devices = CtlJson::array();
     for (const DeviceView &dev : host.devices)
         devices.push_back(device_json(dev));
     doc["devices"] = devices;
-    // Device texts may hold any byte: what is not UTF-8 is replaced rather than refused.
-    const std::string text = doc.dump(2, ' ', false, Json::error_handler_t::replace);
-    fputs(text.c_str(), stdout);
-    fputc('\n', stdout);
+    doc["absent"] = ctl_absent_json(host);
+    ctl_print_json(doc);
 }
 
 // ---- Table ------------------------------------------------------------------------------------
@@ -171,36 +122,72 @@ std::string dscp_runs(const std::string &list)
     return out;
 }
 
-void print_row(const char *name, const std::string &saved, const std::string &device,
-               const char *state)
-{
-    printf("  %-16s %-24s %-24s %s\n", name, saved.c_str(), device.c_str(), state);
-}
+/// A block of rows printed in columns as wide as their widest cell, so that a long value never
+/// moves the columns after it out of line; lines below a row (list entries, notes) as they are.
+struct Table {
+    struct Row {
+        std::vector<std::string> cells;
+        std::vector<std::string> below;
+    };
+    std::vector<Row> rows;
 
-void print_item(const ItemView &item)
+    [[nodiscard]] std::vector<size_t> widths() const
+    {
+        std::vector<size_t> width;
+        for (const Row &r : rows) {
+            width.resize(std::max(width.size(), r.cells.size()));
+            for (size_t c = 0; c < r.cells.size(); ++c)
+                width[c] = std::max(width[c], r.cells[c].size());
+        }
+        return width;
+    }
+
+    /// Rows `from` to `to` (excluded) in the columns `width`.
+    void print(const char *indent, size_t from, size_t to, const std::vector<size_t> &width) const
+    {
+        for (size_t i = from; i < to; ++i) {
+            const Row &r = rows[i];
+            std::string line = indent;
+            for (size_t c = 0; c < r.cells.size(); ++c) {
+                line += r.cells[c];
+                if (c + 1 < r.cells.size())
+                    line += std::string(width[c] - r.cells[c].size() + 2, ' ');
+            }
+            puts(line.c_str());
+            for (const std::string &b : r.below)
+                printf("%s    %s\n", indent, b.c_str());
+        }
+    }
+
+    void print(const char *indent) const { print(indent, 0, rows.size(), widths()); }
+};
+
+Table::Row item_row(const ItemView &item)
 {
+    Table::Row row;
     if (!item.list) {
-        std::string device = item.live.value_or("-");
-        if (item.live && std::string_view(item.name) == "dscp_tc")
+        std::string device = item.live.value_or(item.live_error.empty() ? "none" : "-");
+        if (item.live && item.def->kind == ItemKind::kDscpMap)
             device = dscp_runs(device);
-        if (item.holder && item.live && *item.live != "none")
+        if (item.holder && item.live)
             device += " (dev " + std::to_string(*item.holder) + ")";
-        print_row(item.name, item.saved.value_or("-"), device, ctl_state_word(item.state));
+        row.cells = {item.name, ctl_state_word(item.state), item.saved.value_or("-"), device};
     } else {
         auto count = [](const std::optional<std::vector<std::string>> &entries) {
             return entries ? std::to_string(entries->size()) : std::string("-");
         };
-        print_row(item.name, count(item.saved_entries) + " saved",
-                  count(item.live_entries) + " on the device", ctl_state_word(item.state));
+        row.cells = {item.name, ctl_state_word(item.state), count(item.saved_entries) + " saved",
+                     count(item.live_entries) + " on the device"};
         for (const std::string &e : item.saved_entries.value_or(std::vector<std::string>{}))
-            printf("      saved:  %s\n", e.c_str());
+            row.below.push_back("saved:  " + e);
         for (const std::string &e : item.live_entries.value_or(std::vector<std::string>{}))
-            printf("      device: %s\n", e.c_str());
+            row.below.push_back("device: " + e);
     }
     if (!item.saved_error.empty())
-        printf("      note: %s\n", item.saved_error.c_str());
+        row.below.push_back("note: " + item.saved_error);
     if (!item.live_error.empty() && (item.saved || item.saved_entries))
-        printf("      note: device value: %s\n", item.live_error.c_str());
+        row.below.push_back("note: device value: " + item.live_error);
+    return row;
 }
 
 std::string tls_text(const DeviceView &dev)
@@ -219,6 +206,19 @@ std::string tls_text(const DeviceView &dev)
     return text;
 }
 
+std::string absent_name(const AbsentId &id)
+{
+    return id.phy_id ? "dev " + std::to_string(*id.phy_id)
+                     : "logical id " + std::to_string(id.logic_id.value_or(0));
+}
+
+size_t drift_count(const DeviceView &dev)
+{
+    return static_cast<size_t>(
+        std::count_if(dev.items.begin(), dev.items.end(),
+                      [](const ItemView &i) { return i.state == ItemState::kDrift; }));
+}
+
 void print_table(const HostView &host)
 {
     if (host.conf_ret == 0)
@@ -226,7 +226,18 @@ void print_table(const HostView &host)
     else
         printf("config file: %s cannot be read (0x%x): nothing saved is shown\n",
                host.conf_path.c_str(), static_cast<unsigned>(host.conf_ret));
+    // One set of column widths for every device, so that the blocks line up too.
+    Table table;
+    std::vector<size_t> starts;
     for (const DeviceView &dev : host.devices) {
+        starts.push_back(table.rows.size());
+        table.rows.push_back({{"ITEM", "STATE", "SAVED", "DEVICE"}, {}});
+        for (const ItemView &item : dev.items)
+            table.rows.push_back(item_row(item));
+    }
+    const std::vector<size_t> width = table.widths();
+    for (size_t d = 0; d < host.devices.size(); ++d) {
+        const DeviceView &dev = host.devices[d];
         printf("\ndev %u (logic %u): health %s", dev.phy_id, dev.logic_id, ctl_health_word(dev));
         if (!dev.readable) {
             printf(", not read\n");
@@ -237,10 +248,33 @@ void print_table(const HostView &host)
                    tls_text(dev).c_str());
             printf("  vnic %s\n", dev.vnic.value_or("unknown").c_str());
         }
-        print_row("ITEM", "SAVED", "DEVICE", "STATE");
-        for (const ItemView &item : dev.items)
-            print_item(item);
+        table.print("  ", starts[d], d + 1 < starts.size() ? starts[d + 1] : table.rows.size(),
+                    width);
     }
+    for (const AbsentId &id : host.absent)
+        printf("\n%s: saved in %s, but no device has it\n", absent_name(id).c_str(),
+               host.conf_path.c_str());
+}
+
+// One line per device: health, link, recovery status and the count of drifted items.
+void print_brief(const HostView &host)
+{
+    Table table;
+    table.rows.push_back({{"DEV", "LOGIC", "HEALTH", "LINK", "RECOVERY", "DRIFT"}, {}});
+    for (const DeviceView &dev : host.devices) {
+        table.rows.push_back(
+            {{std::to_string(dev.phy_id), std::to_string(dev.logic_id), ctl_health_word(dev),
+              dev.link_up ? (*dev.link_up ? "up" : "down") : "-",
+              dev.cfg_status ? ctl_cfg_status_word(*dev.cfg_status) : "-",
+              dev.readable ? std::to_string(drift_count(dev)) : "-"},
+             {}});
+    }
+    for (const AbsentId &id : host.absent)
+        table.rows.push_back(
+            {{id.phy_id ? std::to_string(*id.phy_id) : "-",
+              id.logic_id ? std::to_string(*id.logic_id) : "-", "absent", "-", "-", "-"},
+             {}});
+    table.print("");
 }
 
 } // namespace
@@ -248,19 +282,13 @@ void print_table(const HostView &host)
 int ctl_show(const CtlOptions &opts)
 {
     HostView host;
-    const int32_t ret = ctl_read_host(opts.phy_id, &host);
-    if (ret == kErrDeviceId) {
-        fprintf(stderr, "vornctl: no device has the physical id %u\n", *opts.phy_id);
-        return kCtlExitError;
-    }
-    if (ret != kOk) {
-        fprintf(stderr, "vornctl: the devices cannot be listed (0x%x)\n",
-                static_cast<unsigned>(ret));
-        return kCtlExitError;
-    }
+    if (const int status = ctl_load_host(opts.phy_id, &host); status != kCtlExitOk)
+        return status;
     if (opts.json)
         print_json(host);
+    else if (opts.brief)
+        print_brief(host);
     else
         print_table(host);
-    return ctl_stdout_ok() ? kCtlExitOk : kCtlExitError;
+    return ctl_stdout_ok() ? kCtlExitOk : kCtlExitFailure;
 }

@@ -55,9 +55,12 @@ TEST(SavedItemsTest, SchemaNamesEveryItemInReplayOrderWithItsShape)
         const auto property = items["properties"].find(item->key);
         ASSERT_NE(property, items["properties"].end())
             << item->key << " is missing from the schema";
+        // The item's shape: a list of entries or a value, of the type of its kind.
         const std::string ref = property->value("$ref", "");
-        const bool list = ref.find("list") != std::string::npos;
-        EXPECT_EQ(list, item->kind == ItemKind::kEntries) << item->key;
+        const auto &shape = schema["$defs"][ref.substr(ref.rfind('/') + 1)]["properties"];
+        EXPECT_EQ(shape["kind"]["const"], item->kind == ItemKind::kEntries ? "list" : "value")
+            << item->key;
+        EXPECT_EQ(shape["type"]["const"], item_kind_word(item->kind)) << item->key;
     }
     EXPECT_EQ(required, keys);
     EXPECT_EQ(items["properties"].size(), keys.size());

@@ -1,12 +1,16 @@
 // vornctl verify: a device reset (kopa-emu wipe) is reported item by item and cured by
-// --recover on that device alone; unsaved items are no drift; a device that cannot be read is
-// not passed as verified; --recover waits for the setting lock like any setting run.
+// --recover on that device alone; unsaved items are no drift; a saved device that is absent or
+// cannot be read is not passed as verified (3, over drift); --recover waits for the setting lock
+// like any setting run.
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
 
 #include "tests/vornctl/ctl_support.hpp"
 
@@ -95,6 +99,24 @@ TEST_F(CtlVerifyTest, AWipedDeviceDriftsItemByItem)
     EXPECT_EQ(r.out.find("dev 5"), std::string::npos) << r.out;
     EXPECT_NE(r.out.find("drift: "), std::string::npos);
 
+    // The same, typed, in JSON.
+    r = run_ctl(sb_, {"verify", "--json"});
+    EXPECT_EQ(r.status, 1) << r.err;
+    const auto doc = nlohmann::json::parse(r.out, nullptr, false);
+    ASSERT_FALSE(doc.is_discarded()) << r.out;
+    const auto &dev3 = doc["verification"]["devices"][3];
+    EXPECT_EQ(dev3["state"], "drift");
+    EXPECT_NE(std::find(dev3["differences"].begin(), dev3["differences"].end(),
+                        nlohmann::json::parse(R"({"item":"mtu","saved":9000,"live":1500})")),
+              dev3["differences"].end())
+        << dev3;
+    EXPECT_NE(
+        std::find(dev3["differences"].begin(), dev3["differences"].end(),
+                  nlohmann::json::parse(R"({"item":"gateway","saved":"10.3.0.1","live":null})")),
+        dev3["differences"].end())
+        << dev3;
+    EXPECT_EQ(doc["status"], 1);
+
     // One device at a time: the other one agrees.
     r = run_ctl(sb_, {"verify", "-i", "5"});
     EXPECT_EQ(r.status, 0) << r.out;
@@ -135,19 +157,38 @@ TEST_F(CtlVerifyTest, AGatewayHeldByAnotherDeviceOfTheGroupIsDrift)
                      "on dev 3)\ndrift: 1 difference(s) on 1 device(s)\n");
 }
 
-TEST_F(CtlVerifyTest, ADeviceThatCannotBeReadIsNotVerified)
+// A saved device that is absent, unhealthy or not answering is never passed as verified, and
+// exits 3 even beside drift elsewhere.
+TEST_F(CtlVerifyTest, ADeviceNotVerifiedWinsOverDrift)
 {
     ASSERT_EQ(sb_.emu({"set", "5", "health", "3"}).status, 0);
     ProcResult r = run_ctl(sb_, {"verify"});
-    EXPECT_EQ(r.status, 2) << r.out;
+    EXPECT_EQ(r.status, 3) << r.out;
     EXPECT_NE(r.out.find("dev 5: not verified, health critical alarm\n"), std::string::npos)
         << r.out;
+    ASSERT_EQ(sb_.emu({"wipe", "3"}).status, 0);
+    r = run_ctl(sb_, {"verify"});
+    EXPECT_EQ(r.status, 3) << "drift on dev 3 does not hide dev 5:\n" << r.out;
+    EXPECT_NE(r.out.find("drift: "), std::string::npos) << r.out;
 
     ASSERT_EQ(sb_.emu({"set", "5", "health", "0"}).status, 0);
     ASSERT_EQ(sb_.emu({"fault", "add", "--op", "get_mtu", "--result", "-5"}).status, 0);
     r = run_ctl(sb_, {"verify", "-i", "5"});
-    EXPECT_EQ(r.status, 2) << r.out;
+    EXPECT_EQ(r.status, 3) << r.out;
     EXPECT_NE(r.out.find("dev 5 mtu: not verified"), std::string::npos) << r.out;
+
+    // Settings saved for ids no device has: a physical id, and a logical one.
+    sb_.set_conf(sb_.conf() + "mtu_12=9000\narp_14=dev eth0 ip 10.0.0.9 mac 00:11:22:33:44:99\n");
+    r = run_ctl(sb_, {"verify", "-i", "4"});
+    EXPECT_EQ(r.status, 0) << "one device: the others are not asked for\n" << r.out;
+    r = run_ctl(sb_, {"verify"});
+    EXPECT_EQ(r.status, 3) << r.out;
+    EXPECT_NE(r.out.find("dev 12: not verified, no device has the physical id\n"),
+              std::string::npos)
+        << r.out;
+    EXPECT_NE(r.out.find("logical id 14: not verified, no device has the logical id\n"),
+              std::string::npos)
+        << r.out;
 }
 
 TEST_F(CtlVerifyTest, RecoverWaitsForTheSettingLock)
@@ -160,7 +201,7 @@ TEST_F(CtlVerifyTest, RecoverWaitsForTheSettingLock)
     ASSERT_EQ(flock(fd, LOCK_EX), 0);
     const ProcResult r = run_ctl(sb_, {"verify", "--recover"}, {{"VORN_TEST_LOCK_WAIT_MS", "100"}});
     close(fd);
-    EXPECT_EQ(r.status, 2) << r.out;
+    EXPECT_EQ(r.status, 4) << r.out;
     EXPECT_NE(r.err.find("vorn_tool is busy, please try again."), std::string::npos) << r.err;
     EXPECT_EQ(r.out.find("recovery of dev 3"), std::string::npos);
     EXPECT_EQ(run_ctl(sb_, {"verify"}).status, 1) << "the device was left as it was";

@@ -25,7 +25,7 @@ COMMON_ARGS = dict(
 )
 
 SHOW_SCHEMA = 'vornctl-show'
-SHOW_SCHEMA_VERSION = 1
+SHOW_SCHEMA_VERSION = 2
 
 _DIGITS = re.compile(r'^[0-9]+$')
 
@@ -70,7 +70,7 @@ def norm_mac(value):
 
 
 def norm_list(value):
-    """A list of numbers, from a Python list or the "a,b,c" text vornctl prints."""
+    """A list of numbers, from a Python list (as vornctl gives it) or an "a,b,c" text."""
     if value is None:
         return None
     parts = value if isinstance(value, (list, tuple)) else text(value).split(',')
@@ -83,26 +83,16 @@ def join_list(values):
     return ','.join(text(v) for v in values)
 
 
-def parse_keywords(entry):
-    """"address A netmask M gateway G" into {"address": "A", ...}; None when not pairs."""
-    words = entry.split()
-    if len(words) % 2:
-        return None
-    return dict(zip(words[0::2], words[1::2]))
-
-
 def route_key(address, netmask):
     return (norm_ip(address), norm_ip(netmask))
 
 
 def routes_of(entries):
-    """vornctl's route entries as {(address, netmask): gateway}, in normal form."""
+    """vornctl's route entries ({address, netmask, gateway}) as {(address, netmask): gateway},
+    in normal form."""
     table = {}
     for entry in entries or []:
-        words = parse_keywords(entry)
-        if not words or not {'address', 'netmask', 'gateway'} <= set(words):
-            continue
-        table[route_key(words['address'], words['netmask'])] = norm_ip(words['gateway'])
+        table[route_key(entry['address'], entry['netmask'])] = norm_ip(entry['gateway'])
     return table
 
 
@@ -120,16 +110,9 @@ def in_segment(address, netmask, gateway):
     return (a & m) == (g & m)
 
 
-def dscp_map_of(value):
-    """A DSCP map text "10:3,46:5" (saved) or all 64 entries (live) as {dscp: tc}."""
-    table = {}
-    if not value:
-        return table
-    for entry in text(value).split(','):
-        dscp, sep, tc = entry.partition(':')
-        if sep:
-            table[norm_number(dscp)] = norm_number(tc)
-    return table
+def dscp_map_of(entries):
+    """vornctl's DSCP entries ({dscp, tc}: the saved ones, or all 64 live) as {dscp: tc}."""
+    return dict((norm_number(e['dscp']), norm_number(e['tc'])) for e in entries or [])
 
 
 def tool_message(stdout, stderr, rc):

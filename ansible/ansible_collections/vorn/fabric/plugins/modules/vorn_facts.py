@@ -75,7 +75,9 @@ ansible_facts:
   contains:
     vorn:
       description:
-        - The document of C(vornctl show --json) (schema C(vornctl-show), version 1).
+        - The document of C(vornctl show --json) (schema C(vornctl-show), version 2), typed;
+          numbers as numbers, lists as arrays, routes, ARP entries and policy lines as objects,
+          null for what is absent.
         - C(devices) lists the devices by physical id; each has C(phy_id), C(logic_id),
           C(health), C(readable), C(recovery_status), C(link), C(vnic), C(tls) and C(items).
         - C(items) maps every saved item (C(address), C(netmask), C(gateway), C(netdetect),
@@ -87,7 +89,7 @@ ansible_facts:
       type: dict
       sample:
         schema: vornctl-show
-        schema_version: 1
+        schema_version: 2
         generated: "2026-11-22T02:01:16Z"
         config: {path: /etc/vorn.conf, readable: true, error: null}
         devices:
@@ -97,10 +99,16 @@ ansible_facts:
             readable: true
             recovery_status: {value: 3, text: SUCCESS}
             link: up
-            vnic: 192.168.1.199/255.255.255.0
+            vnic: {address: 192.168.1.199, netmask: 255.255.255.0}
             items:
-              mtu: {key: mtu_0, kind: value, buffer: 5, saved: "9000", live: "1500",
-                    state: drift, differences: [{saved: "9000", device: "1500"}]}
+              mtu: {key: mtu_0, kind: value, type: number, buffer: 5, saved: 9000, live: 1500,
+                    state: drift, differences: [{saved: 9000, live: 1500}]}
+              routes: {key: route_address_A_netmask_M_0, kind: list, type: entries,
+                       saved: [{address: 20.0.0.0, netmask: 255.0.0.0, gateway: 10.0.0.1}],
+                       live: [], state: drift,
+                       differences: [{saved: {address: 20.0.0.0, netmask: 255.0.0.0,
+                                              gateway: 10.0.0.1}, live: null}]}
+        absent: []
 '''
 
 from ansible.module_utils.basic import AnsibleModule
