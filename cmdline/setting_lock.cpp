@@ -22,6 +22,10 @@ namespace
 
 constexpr int kPollMs = 20;
 
+// The descriptor of the lock this process holds, -1 before it took it: a program that runs
+// several settings in one process (vornctl apply) takes the lock once for all of them.
+int g_held_fd = -1;
+
 int wait_ms()
 {
 #ifdef VORN_TEST_PATHS
@@ -69,6 +73,8 @@ void say_held(const char *lead, const std::string &path, long holder)
 
 int32_t take_setting_lock()
 {
+    if (g_held_fd >= 0)
+        return kOk;
     const std::string path = sys_path(kSettingLockPath);
     const std::string dir = path.substr(0, path.rfind('/'));
     (void)mkdir(dir.c_str(), 0755);
@@ -81,6 +87,7 @@ int32_t take_setting_lock()
     for (int waited = 0;; waited += kPollMs) {
         if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
             name_holder(fd);
+            g_held_fd = fd;
             return kOk;
         }
         if (errno != EWOULDBLOCK && errno != EINTR) {

@@ -10,7 +10,8 @@ inline constexpr const char *kSettingLockPath = "/run/vorn_tool.lock";
 /// How long a run waits for the lock before it gives up.
 inline constexpr int kSettingLockWaitMs = 10000;
 
-/// Takes the setting lock for the rest of the process (the descriptor stays open). Waits at
+/// Takes the setting lock for the rest of the process (the descriptor stays open); a process
+/// that holds it already takes it again at once. Waits at
 /// most kSettingLockWaitMs; then prints one line naming the lock and its holder on standard
 /// error and returns kErrBusy. A lock file that cannot be opened (a run without the right to
 /// /run, which cannot save settings either) is logged and the run goes on unlocked: 0.

@@ -273,7 +273,7 @@ extern constexpr SavedItem kDscpTcItem{
     .set_words = "-dscp_to_tc -s dscp {dscp} tc {tc}",
     .canonical = item_canonical_dscp,
     .set = set_dscp_list,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "dscp_map",
 };
 

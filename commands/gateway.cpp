@@ -345,7 +345,7 @@ extern constexpr SavedItem kGatewayItem{
     .set_words = "-gateway -s gateway {gateway}",
     .canonical = item_canonical_ipv4,
     .set = set_gateway,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "gateway",
 };
 

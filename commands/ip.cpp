@@ -344,7 +344,7 @@ extern constexpr SavedItem kAddressItem{
     .canonical = item_canonical_ipv4,
     .partner = "netmask",
     .set_pair = set_address,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "address",
 };
 
@@ -359,7 +359,7 @@ extern constexpr SavedItem kNetmaskItem{
     .canonical = item_canonical_ipv4,
     .partner = "address",
     .set_pair = set_netmask,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "netmask",
 };
 

@@ -208,7 +208,7 @@ extern constexpr SavedItem kMacAddrItem{
     .set_words = "-mac -s mac {mac_addr}",
     .canonical = item_canonical_mac,
     .set = tool_set_mac,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "mac",
 };
 

@@ -177,7 +177,7 @@ extern constexpr SavedItem kMtuItem{
     .set_words = "-mtu -s size {mtu}",
     .canonical = item_canonical_number,
     .set = tool_set_mtu,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "mtu",
 };
 

@@ -155,7 +155,7 @@ extern constexpr SavedItem kNetdetectItem{
     .set_words = "-netdetect -s address {netdetect}",
     .canonical = item_canonical_ipv4,
     .set = tool_netdetect_set_address,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "netdetect",
 };
 

@@ -117,7 +117,7 @@ extern constexpr SavedItem kBitmapItem{
     .set_words = "-pfc -s bitmap {bitmap}",
     .canonical = item_canonical_list,
     .set = tool_set_pfc,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "pfc_bitmap",
 };
 

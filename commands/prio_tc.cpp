@@ -135,7 +135,7 @@ extern constexpr SavedItem kPrioTcItem{
     .set_words = "-prio_tc -s prio_tc {prio_tc}",
     .canonical = item_canonical_list,
     .set = tool_set_prio_tc_info,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "priority_map",
 };
 

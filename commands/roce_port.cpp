@@ -116,7 +116,7 @@ extern constexpr SavedItem kRocePortItem{
     .canonical = item_canonical_number,
     .set = tool_set_roce_port,
     .device_check = device_roce_port,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "udp_port",
 };
 

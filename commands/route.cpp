@@ -592,6 +592,6 @@ extern constexpr SavedItem kRoutesItem{
     .replay_name = "tool_cfg_route_recovery",
     .list_key = routes_key,
     .saved_list = saved_routes,
-    .ansible_module = "vorn_port",
+    .ansible_module = "vorn_devices",
     .ansible_option = "routes",
 };

@@ -108,7 +108,7 @@ extern constexpr SavedItem kBwLimitItem{
     .set_words = "-shaping -s bw_limit {bw_limit}",
     .canonical = item_canonical_number,
     .set = tool_port_shaping_set,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "bw_limit",
 };
 

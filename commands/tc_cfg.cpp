@@ -253,7 +253,7 @@ extern constexpr SavedItem kTcBwItem{
     .canonical = item_canonical_list,
     .partner = kTcModeName,
     .set_pair = set_tc_bw,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "traffic_classes",
 };
 
@@ -268,7 +268,7 @@ extern constexpr SavedItem kTcModeItem{
     .canonical = item_canonical_list,
     .partner = kTcBwName,
     .set_pair = set_tc_mode,
-    .ansible_module = "vorn_qos",
+    .ansible_module = "vorn_devices",
     .ansible_option = "traffic_classes",
 };
 

@@ -108,6 +108,15 @@ bool sync_dir_of(const std::string &path)
     return ok;
 }
 
+// The content of the live transaction, if any.
+std::string *g_transaction = nullptr;
+
+// Whether `piece` is a line of exactly `key` ("mtu_1=...", never "mtu_10=...").
+bool is_line_of(std::string_view piece, std::string_view key)
+{
+    return piece.size() > key.size() && piece.starts_with(key) && piece[key.size()] == '=';
+}
+
 size_t find_from(std::string_view content, std::string_view needle, size_t from)
 {
     if (from >= content.size())
@@ -166,6 +175,12 @@ int ConfSession::open(const char *path)
 {
     if (path == nullptr)
         return kErrSysNull;
+    if (g_transaction != nullptr && strcmp(path, cfg_conf_path()) == 0) {
+        path_ = path;
+        content_ = *g_transaction;
+        in_transaction_ = true;
+        return 0;
+    }
     const size_t path_len = strnlen(path, kPathMax + 1);
     char real_path[PATH_MAX + 1] = {};
     if (path_len > kPathMax || !resolve_path(path, real_path)) {
@@ -377,14 +392,32 @@ int ConfSession::add_line(const char *key, const char *value, bool replace)
     next.reserve(content_.size() + static_cast<size_t>(n) + 1);
     (void)cfg_for_each_piece(content_, [&](std::string_view piece) {
         // Exact key match: "mtu_1=" replaces only mtu_1, never mtu_10.
-        if (!replace || !(piece.size() > wanted.size() && piece.starts_with(wanted) &&
-                          piece[wanted.size()] == '='))
+        if (!replace || !is_line_of(piece, wanted))
             next.append(piece);
         return 0;
     });
     const int ret = finish_rewrite(&content_, std::move(next), line, static_cast<size_t>(n));
     dirty_ = dirty_ || ret == 0;
     return ret;
+}
+
+int ConfSession::remove(const char *key)
+{
+    if (key == nullptr)
+        return kErrnoInval;
+    const std::string_view wanted(key);
+    std::string next;
+    next.reserve(content_.size());
+    (void)cfg_for_each_piece(content_, [&](std::string_view piece) {
+        if (!is_line_of(piece, wanted))
+            next.append(piece);
+        return 0;
+    });
+    if (next.size() != content_.size()) {
+        content_ = std::move(next);
+        dirty_ = true;
+    }
+    return 0;
 }
 
 int ConfSession::del(const char *key)
@@ -444,6 +477,11 @@ int ConfSession::commit()
     if (!dirty_)
         return 0;
     const int code = access_ == ConfAccess::kWrite ? kErrSysWrite : kErrSysDelete;
+    if (in_transaction_ && g_transaction != nullptr) {
+        *g_transaction = content_;
+        dirty_ = false;
+        return 0;
+    }
     const std::string tmp = path_ + kTmpSuffix;
     if (unlink(tmp.c_str()) != 0 && errno != ENOENT) {
         DRV_ERR("remove %s fail, errno:%d", tmp.c_str(), errno);
@@ -525,6 +563,39 @@ int ConfView::read_item(uint32_t phy_id, const char *item, char *value_out,
                         uint32_t value_size) const
 {
     return ret_ != 0 ? ret_ : read_item_in(content_, phy_id, item, value_out, value_size, &index_);
+}
+
+int ConfTransaction::begin()
+{
+    if (g_transaction != nullptr)
+        return kErrSysWrite;
+    const int ret = session_.open();
+    if (ret != 0)
+        return ret;
+    original_ = std::string(session_.content());
+    content_ = original_;
+    g_transaction = &content_;
+    active_ = true;
+    return 0;
+}
+
+int ConfTransaction::commit()
+{
+    if (!active_)
+        return kErrSysWrite;
+    g_transaction = nullptr;
+    active_ = false;
+    if (content_ == original_)
+        return 0;
+    session_.content_ = content_;
+    session_.dirty_ = true;
+    return session_.commit();
+}
+
+ConfTransaction::~ConfTransaction()
+{
+    if (active_)
+        g_transaction = nullptr;
 }
 
 const char *cfg_conf_path()

@@ -83,6 +83,8 @@ class ConfSession
     [[nodiscard]] int write(const char *key, const char *value);
     /// Removes every line that contains `key`. Always 0.
     int del(const char *key);
+    /// Removes the lines of exactly `key` ("mtu_1=", never "mtu_10="). Always 0.
+    int remove(const char *key);
     /// Appends "key=value" at the end and keeps the lines of the same key: the form of saved
     /// command lines, of which a device has many under one key. 0 or kErrSysCopy, as write().
     [[nodiscard]] int append(const char *key, const char *value);
@@ -109,11 +111,13 @@ class ConfSession
     [[nodiscard]] int load();
     [[nodiscard]] int fail_code() const;
 
+    friend class ConfTransaction;
     ConfAccess access_;
     int fd_ = -1;
     std::string path_; ///< the resolved path
     std::string content_;
     bool dirty_ = false;
+    bool in_transaction_ = false; ///< opened on the content of the live transaction
     uid_t uid_ = 0;
     gid_t gid_ = 0;
     mode_t mode_ = 0;
@@ -156,6 +160,36 @@ class ConfView
     std::string content_;
     int ret_ = kErrSysRead;
     mutable StemIndex index_;
+};
+
+/// While a transaction lives, every session on the configuration file (reads, writes, deletes)
+/// works on one copy of it, read when the transaction began, and the file stays locked. Nothing
+/// reaches the file before commit(), which puts the whole new content in place in one atomic
+/// replacement: a run killed or failing before it leaves the file as it was, after it as the
+/// transaction left it. For a run that makes many changes as one (vornctl apply).
+class ConfTransaction
+{
+  public:
+    ConfTransaction() = default;
+    ~ConfTransaction();
+    ConfTransaction(const ConfTransaction &) = delete;
+    ConfTransaction &operator=(const ConfTransaction &) = delete;
+
+    /// Opens and locks the file and starts the transaction. 0, or the store's write code.
+    [[nodiscard]] int begin();
+    /// The content as the file held it when the transaction began.
+    [[nodiscard]] std::string_view original() const { return original_; }
+    /// The content with the changes made in the transaction.
+    [[nodiscard]] std::string_view content() const { return content_; }
+    /// Puts the changes in place (nothing to do without any) and ends the transaction. 0, or
+    /// the store's write code when the file could not be replaced (it is then as it was).
+    [[nodiscard]] int commit();
+
+  private:
+    ConfSession session_{ConfAccess::kWrite};
+    std::string original_;
+    std::string content_;
+    bool active_ = false;
 };
 
 /// Calls `fn(piece)` for each line of `content` in order as a 384-byte line buffer reads it:

@@ -41,6 +41,11 @@ int32_t insert_cmd_list(const cmd_record *records, int count)
 
 int32_t insert_ext_cmd()
 {
+    // A process that runs several command lines (vornctl apply) appends the rows once.
+    for (const cmd_record &row : g_cmd_list) {
+        if (row.cmd == g_cmd_list_ext[0].cmd)
+            return kOk;
+    }
     return insert_cmd_list(g_cmd_list_ext, kCmdListExtNum);
 }
 

@@ -17,7 +17,7 @@ inline constexpr size_t kArgLenMax = 900; ///< longest accepted word
 /// fit, 0x3001 when the copy fails.
 [[nodiscard]] int32_t insert_cmd_list(const cmd_record *records, int count);
 
-/// Appends g_cmd_list_ext to g_cmd_list.
+/// Appends g_cmd_list_ext to g_cmd_list, once a process (0 when it is there already).
 [[nodiscard]] int32_t insert_ext_cmd();
 
 /// 0 when 2 <= argc < 64 (else 0x1002) and no word exceeds 900 characters (else 0x1007).

@@ -6,6 +6,7 @@
 
 #include "base/result.hpp"
 #include "log/driver_log.hpp"
+#include "log/run_log.hpp"
 #include "main/cmd_table.hpp"
 
 namespace
@@ -293,4 +294,15 @@ void uda_handle_result(int32_t code, const cmd_parse_info *info)
         SAY(kCmdFailed);
         break;
     }
+}
+
+int32_t finish_cmd_line(int32_t code, const cmd_parse_info *info)
+{
+    if (code == kOk) {
+        RUN_LOG_PROMPT("vorn tool execution succeed!\n");
+        return code;
+    }
+    uda_handle_result(code, info);
+    RUN_LOG_PROMPT("vorn tool execution failed! ret:0x%x\n", static_cast<unsigned>(code));
+    return code;
 }

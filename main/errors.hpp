@@ -38,3 +38,7 @@ void uda_help_cmd_print();
 /// Prints the user's text of a failed run's result by its class (0x1000 .. 0x4000; any other
 /// class: "Cmd execute failed!"), as the entry point does before it exits.
 void uda_handle_result(int32_t code, const cmd_parse_info *info);
+
+/// The end of a command line's run: its run-log line, and the user's text of a failure
+/// (uda_handle_result). Returns `code`.
+int32_t finish_cmd_line(int32_t code, const cmd_parse_info *info);

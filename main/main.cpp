@@ -10,7 +10,6 @@
 #include "base/result.hpp"
 #include "cmdline/identity.hpp"
 #include "log/driver_log.hpp"
-#include "log/run_log.hpp"
 #include "main/dispatch.hpp"
 #include "main/errors.hpp"
 
@@ -62,13 +61,6 @@ int main(int argc, char **argv)
         DRV_ERR("vorn_get_usr_ip fail! ret[%d]", ret);
         return ret;
     }
-    ret = check_stdout(parse_cmd(argc, argv, &info));
-    if (ret == kOk) {
-        RUN_LOG_PROMPT("vorn tool execution succeed!\n");
-        return ret;
-    }
-    uda_handle_result(ret, &info);
-    RUN_LOG_PROMPT("vorn tool execution failed! ret:0x%x\n", static_cast<unsigned>(ret));
     // The operating system keeps the low 8 bits as the exit status.
-    return ret;
+    return finish_cmd_line(check_stdout(parse_cmd(argc, argv, &info)), &info);
 }

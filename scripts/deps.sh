@@ -27,11 +27,15 @@ if ! command -v promtool >/dev/null 2>&1 && ! have_pkg prometheus; then
   DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends prometheus
 fi
 
-# ansible-core runs the Ansible collection (ansible/) and its test; its recommendations (the whole
-# community collection set, WinRM, cloud libraries) are not needed.
-if ! have_pkg ansible-core; then
-  echo "installing: ansible-core"
+# ansible-core runs the Ansible collection (ansible/) and its test, ansible-lint checks it; their
+# recommendations (the whole community collection set, WinRM, cloud libraries) are not needed.
+ansible=()
+for pkg in ansible-core ansible-lint; do
+  have_pkg "$pkg" || ansible+=("$pkg")
+done
+if ((${#ansible[@]})); then
+  echo "installing: ${ansible[*]}"
   if [[ $(id -u) -ne 0 ]]; then SUDO=sudo; else SUDO=; fi
   ((${#need[@]})) || $SUDO apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends ansible-core
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${ansible[@]}"
 fi

@@ -1,6 +1,7 @@
 // The entry point of vornctl: the whole host at a glance (show), saved against live (verify),
-// fabric and file lint (lint) and node_exporter metrics (metrics). Only verify --recover
-// changes a device. Options follow getopt_long's conventions; exit statuses are in vornctl.hpp.
+// fabric and file lint (lint), node_exporter metrics (metrics), and the desired settings of the
+// host applied as one transaction (apply). Only apply and verify --recover change a device.
+// Options follow getopt_long's conventions; exit statuses are in vornctl.hpp.
 #include <getopt.h>
 
 #include <cerrno>
@@ -50,6 +51,12 @@ constexpr option kMetricsOptions[] = {{"output", required_argument, nullptr, 'o'
                                       {"help", no_argument, nullptr, 'h'},
                                       {nullptr, 0, nullptr, 0}};
 
+constexpr option kApplyOptions[] = {{"check", no_argument, nullptr, 'c'},
+                                    {"json", no_argument, nullptr, 'j'},
+                                    {"no-rollback", no_argument, nullptr, 'n'},
+                                    {"help", no_argument, nullptr, 'h'},
+                                    {nullptr, 0, nullptr, 0}};
+
 constexpr CtlCommand kCommands[] = {
     {"show", "[-i ID] [--json | --brief]", "every device (or one) live beside saved",
      "  -i, --device ID      only the device of physical id ID\n"
@@ -67,6 +74,13 @@ constexpr CtlCommand kCommands[] = {
     {"metrics", "--output FILE", "node_exporter textfile of every device",
      "  -o, --output FILE    the file to replace (a temporary file beside it is renamed over it)\n",
      "o:h", kMetricsOptions, ctl_metrics},
+    {"apply", "FILE [--check] [--json] [--no-rollback]",
+     "the desired settings of FILE (show --json form) as one transaction",
+     "  FILE                 the document, - for standard input\n"
+     "      --check          print the changes, make none\n"
+     "      --json           one JSON document: each change's old and new value and outcome\n"
+     "      --no-rollback    keep the changes made before one that fails\n",
+     "h", kApplyOptions, ctl_apply},
 };
 
 constexpr const char *kExitStatuses =
@@ -77,7 +91,7 @@ constexpr const char *kExitStatuses =
     "  3  a device that /etc/vorn.conf saves settings for is absent or could not be verified\n"
     "     (not healthy, a value not read), or the devices cannot be listed; wins over 1\n"
     "  4  another failure: the file unreadable, the output not written, the setting lock busy,\n"
-    "     a recovery failed\n";
+    "     a recovery failed, a document apply refuses, a change apply could not make\n";
 
 void print_usage(FILE *out)
 {
@@ -163,6 +177,12 @@ int run_command(const CtlCommand &c, int argc, char **argv)
         case 'r':
             opts.recover = true;
             break;
+        case 'c':
+            opts.check = true;
+            break;
+        case 'n':
+            opts.no_rollback = true;
+            break;
         case 'o':
             if (optarg[0] == '\0')
                 return usage_error(c.name, "--output takes a file name");
@@ -173,6 +193,11 @@ int run_command(const CtlCommand &c, int argc, char **argv)
         default:
             return usage_error(c.name, std::string("unknown option \"") + argv[optind - 1] + "\"");
         }
+    }
+    if (c.run == ctl_apply) {
+        if (optind >= argc || argv[optind][0] == '\0')
+            return usage_error(c.name, "FILE is needed");
+        opts.file = argv[optind++];
     }
     if (optind < argc)
         return usage_error(c.name, std::string("unexpected word \"") + argv[optind] + "\"");

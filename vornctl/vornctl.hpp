@@ -26,6 +26,9 @@ struct CtlOptions {
     bool brief = false;             ///< show --brief
     bool recover = false;           ///< verify --recover
     std::string output;             ///< metrics --output
+    std::string file;               ///< apply: the document of desired settings ("-": stdin)
+    bool check = false;             ///< apply --check
+    bool no_rollback = false;       ///< apply --no-rollback
 };
 
 /// Every device (or one) with every setting, live beside saved: a table, a line per device, or
@@ -37,6 +40,10 @@ struct CtlOptions {
 [[nodiscard]] int ctl_lint(const CtlOptions &opts);
 /// The node_exporter textfile of the host, written atomically.
 [[nodiscard]] int ctl_metrics(const CtlOptions &opts);
+
+/// The desired settings of a document applied as one transaction, undone when a change fails
+/// (unless --no-rollback); --check prints the changes only.
+[[nodiscard]] int ctl_apply(const CtlOptions &opts);
 
 /// Reads the host (every device, or `only`), saying on standard error why it could not:
 /// kCtlExitOk, or kCtlExitDevices when the devices cannot be listed or none has the id `only`.

@@ -8,7 +8,10 @@
 #               nothing (kopa-emu show, the emulator's device files and /etc/vorn.conf unchanged)
 #   apply       the fleet playbook applied twice: changed on the first run, changed=0 in the
 #               play recap of the second, which leaves everything as it was; no drift after
-#   bad value   the play fails with vorn_tool's own message and exit status
+#   states      deleted removes a saved line and warns that the device keeps its value;
+#               gathered returns the saved settings in the form of config
+#   bad value   the play fails with the tool's own message naming the item, and the host is
+#               exactly as before (the changes made before the refusal are undone)
 #
 # Usage: run.sh VORN_TOOL VORNCTL KOPA_EMU   (the test build's binaries). Exit 77 (skipped) when
 # ansible-core is not installed (scripts/deps.sh installs it).
@@ -28,21 +31,10 @@ repo=$(cd "$here/../.." && pwd)
 tool=$1 ctl=$2 emu=$3
 fleet=$repo/ansible/examples/fleet
 
-work=$(mktemp -d "${TMPDIR:-/tmp}/vorn-ansible-XXXXXX") || exit 1
 # VORN_ANSIBLE_KEEP=1 keeps the sandbox (inventory, outputs of every run) for a look after.
-if [[ -n ${VORN_ANSIBLE_KEEP:-} ]]; then
-  trap 'echo "sandbox kept: $work"' EXIT
-else
-  trap 'rm -rf "$work"' EXIT
-fi
-
-# Ansible keeps everything it writes in the sandbox and reads no configuration of the machine.
-export ANSIBLE_COLLECTIONS_PATH=$repo/ansible
-export ANSIBLE_HOME=$work/ansible-home ANSIBLE_LOCAL_TEMP=$work/ansible-tmp
-export ANSIBLE_REMOTE_TEMP=$work/ansible-remote ANSIBLE_CONFIG=$work/ansible.cfg
-export ANSIBLE_NOCOLOR=1 ANSIBLE_FORCE_COLOR=0 ANSIBLE_RETRY_FILES_ENABLED=0
-export ANSIBLE_STDOUT_CALLBACK=default ANSIBLE_LOAD_CALLBACK_PLUGINS=0 ANSIBLE_PIPELINING=1
-printf '[defaults]\n' >"$ANSIBLE_CONFIG"
+. "$here/sandbox.sh"
+ansible_sandbox VORN_ANSIBLE_KEEP vorn-ansible "$repo"
+export ANSIBLE_STDOUT_CALLBACK=default ANSIBLE_LOAD_CALLBACK_PLUGINS=0
 cd "$work" || exit 1
 
 passed=0 failed=0
@@ -117,7 +109,7 @@ py=$(head -n 1 "$(command -v ansible-playbook)" | sed -n 's/^#! *//p' | awk '{pr
 [[ -x $py ]] || py=python3
 
 echo "== docs: ansible-doc renders every module ($SECONDS s)"
-modules=(vorn_facts vorn_port vorn_qos vorn_recover)
+modules=(vorn_devices vorn_facts vorn_recover)
 fqcns=("${modules[@]/#/vorn.fabric.}")
 f0=$failed
 ansible-doc -t module "${fqcns[@]}" >"$work/doc.txt" 2>&1
@@ -170,7 +162,11 @@ check "the commands that would run are reported" bash -c "
   grep -q 'vorn_tool -i 3 -pfc -s bitmap 0,0,0,1,0,0,0,0' '$work/check.txt' &&
   grep -q 'vorn_tool -i 5 -mtu -s size 4200' '$work/check.txt'"
 check "the diff shows the values before and after" bash -c "
-  grep -q '^-        \"live\": \"1500\"' '$work/check.txt' && grep -q '^+        \"saved\": \"4200\"' '$work/check.txt'"
+  grep -Eq '^- +\"live\": \"1500\"' '$work/check.txt' && grep -Eq '^\\+ +\"saved\": \"4200\"' '$work/check.txt'"
+for h in node01 node02; do
+  check "$h: one module run, one vornctl run" bash -c "
+    [[ \$(grep -c '^changed: \\[$h\\]' '$work/check.txt') == 1 ]]"
+done
 show_on_failure "$f0:$work/check.txt"
 
 echo "== apply: the fleet playbook twice ($SECONDS s)"
@@ -206,17 +202,47 @@ check "the recovery playbook on agreeing hosts: exit 0, changed=0" bash -c "$(de
 show_on_failure "$f0:$work/apply1.txt"
 show_on_failure "$f0:$work/apply2.txt"
 
-echo "== bad value: the play fails with the tool's own message ($SECONDS s)"
+echo "== states: deleted and gathered ($SECONDS s)"
 f0=$failed
+adhoc() { # adhoc OUTPUT ARGS_JSON: the module once on lab01, as an ad-hoc task
+  local out=$1; shift
+  env $(host_env lab01) ansible lab01 -i "$work/inventory.yml" -m vorn.fabric.vorn_devices \
+    -a "$1" >"$out" 2>&1
+}
+paths="\"vorn_tool_path\": \"$tool\", \"vornctl_path\": \"$ctl\""
+adhoc "$work/merge.txt" "{\"config\": [{\"device\": 3, \"mtu\": 4200, \"udp_port\": 5000}], $paths}"
+check "merged: MTU and UDP port of device 3 set and saved" bash -c "
+  grep -qx 'mtu_3=4200' '$work/lab01/root/etc/vorn.conf' &&
+  [[ \$(env $(host_env lab01) '$emu' get 3 mtu) == 4200 ]]"
+adhoc "$work/delete.txt" "{\"config\": [{\"device\": 3, \"mtu\": 4200}], \"state\": \"deleted\", $paths}"
+check "deleted: the saved MTU line goes, the UDP port's stays, the device keeps its MTU" bash -c "
+  ! grep -q '^mtu_3=' '$work/lab01/root/etc/vorn.conf' &&
+  grep -qx 'roce_port_3=5000' '$work/lab01/root/etc/vorn.conf' &&
+  [[ \$(env $(host_env lab01) '$emu' get 3 mtu) == 4200 ]]"
+check "deleted: the warning says the device keeps its value until a reset" bash -c "
+  tr '\\n' ' ' <'$work/delete.txt' |
+    grep -q 'device 3 mtu: the saved line is removed; the device keeps its value until a reset'"
+adhoc "$work/gathered.txt" "{\"state\": \"gathered\", $paths}"
+check "gathered: the saved UDP port of device 3, in the form of config" \
+  grep -Eq '\"udp_port\": 5000' "$work/gathered.txt"
+show_on_failure "$f0:$work/delete.txt"
+show_on_failure "$f0:$work/gathered.txt"
+
+echo "== bad value: the play fails with the tool's own message, the host as before ($SECONDS s)"
+f0=$failed
+lab_state() { sha256sum "$work/lab01/root/etc/vorn.conf" "$work/lab01/emu/"*.bin; }
+lab_state >"$work/lab-before.txt"
 playbook "$work/bad.txt" "$here/bad_value.yml"
 check "ansible-playbook exits 2" [ $? -eq 2 ]
-check "the task failed with vorn_tool's message and exit status 14" bash -c "
+check "the task failed with the tool's message and the item" bash -c "
   grep -q 'fatal: \\[lab01\\]: FAILED!' '$work/bad.txt' &&
   grep -q 'The value of mtu you input is out of the valid range!' '$work/bad.txt' &&
-  grep -q '\"rc\": 14' '$work/bad.txt'"
+  grep -q 'dev 2 mtu failed (0x200e): every change before it is undone' '$work/bad.txt'"
 check "recap failed=1" bash -c "$(declare -f recap recap_is); recap_is '$work/bad.txt' lab01 failed 1"
+lab_state >"$work/lab-after.txt"
+check "devices 0 and 1 and /etc/vorn.conf exactly as before" \
+  cmp -s "$work/lab-before.txt" "$work/lab-after.txt"
 show_on_failure "$f0:$work/bad.txt"
-
 
 echo "$passed passed, $failed failed"
 ((failed == 0))

@@ -67,11 +67,12 @@ inline std::string after_route_clear(const std::string &old)
     });
 }
 
-/// Starts vorn_tool in the sandbox with its standard streams on /dev/null; returns its pid
-/// (-1 on failure).
-inline pid_t start_tool(const ToolSandbox &sb, const std::vector<std::string> &args)
+/// Starts vorn_tool (or `program`) in the sandbox with its standard streams on /dev/null;
+/// returns its pid (-1 on failure).
+inline pid_t start_tool(const ToolSandbox &sb, const std::vector<std::string> &args,
+                        const std::string &program = vorn_tool_bin())
 {
-    std::vector<std::string> strs = {vorn_tool_bin()};
+    std::vector<std::string> strs = {program};
     strs.insert(strs.end(), args.begin(), args.end());
     std::vector<char *> argv;
     for (auto &s : strs)

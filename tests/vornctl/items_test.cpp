@@ -23,13 +23,13 @@ std::string read_file(const std::string &path)
     return text.str();
 }
 
-/// The top-level options of an Ansible module's argument_spec.
-std::set<std::string> module_options(const std::string &module)
+/// The options of each device entry of the resource module's `config`.
+std::set<std::string> device_options()
 {
     const std::string text =
-        read_file(std::string(VORN_SOURCE_DIR) +
-                  "/ansible/ansible_collections/vorn/fabric/plugins/modules/" + module + ".py");
-    const size_t spec = text.find("argument_spec = dict(");
+        read_file(std::string(VORN_SOURCE_DIR) + "/ansible/ansible_collections/vorn/fabric/plugins/"
+                                                 "modules/vorn_devices.py");
+    const size_t spec = text.find("    device = dict(");
     std::set<std::string> options;
     if (spec == std::string::npos)
         return options;
@@ -39,6 +39,25 @@ std::set<std::string> module_options(const std::string &module)
          it != std::sregex_iterator(); ++it)
         options.insert((*it)[1]);
     return options;
+}
+
+/// The items each option sets, as the resource engine maps them (OPTION_ITEMS).
+std::map<std::string, std::string> engine_items()
+{
+    const std::string py =
+        read_file(std::string(VORN_SOURCE_DIR) + "/ansible/ansible_collections/vorn/fabric/plugins/"
+                                                 "module_utils/vorn_resource.py");
+    std::map<std::string, std::string> items; // item -> option
+    const std::regex row(R"(\('(\w+)', \(([^)]*)\)\))");
+    const std::regex item(R"('(\w+)')");
+    for (auto it = std::sregex_iterator(py.begin(), py.end(), row); it != std::sregex_iterator();
+         ++it) {
+        const std::string names = (*it)[2];
+        for (auto i = std::sregex_iterator(names.begin(), names.end(), item);
+             i != std::sregex_iterator(); ++i)
+            items[(*i)[1]] = (*it)[1];
+    }
+    return items;
 }
 
 } // namespace
@@ -66,24 +85,23 @@ TEST(SavedItemsTest, SchemaNamesEveryItemInReplayOrderWithItsShape)
     EXPECT_EQ(items["properties"].size(), keys.size());
 }
 
-// Each item names the module option that sets it (or none); every option of the modules but
-// the device and the route purge sets an item.
-TEST(SavedItemsTest, AnsibleModulesSetExactlyTheItemsThatNameThem)
+// Each item names the option of the resource module that sets it (or none); every option of a
+// device entry but the device sets an item, and the engine sets it with that option.
+TEST(SavedItemsTest, TheResourceModuleSetsExactlyTheItemsThatNameIt)
 {
-    const std::set<std::string> kNotItems = {"device", "purge"};
-    std::map<std::string, std::set<std::string>> named;
+    std::set<std::string> named;
+    std::map<std::string, std::string> option_of;
     for (const SavedItem *item : g_saved_items) {
         ASSERT_EQ(item->ansible_module == nullptr, item->ansible_option == nullptr) << item->key;
-        if (item->ansible_module != nullptr)
-            named[item->ansible_module].insert(item->ansible_option);
+        if (item->ansible_module == nullptr)
+            continue;
+        EXPECT_STREQ(item->ansible_module, "vorn_devices") << item->key;
+        named.insert(item->ansible_option);
+        option_of[item->key] = item->ansible_option;
     }
-    for (const char *module : {"vorn_port", "vorn_qos"}) {
-        std::set<std::string> options = module_options(module);
-        ASSERT_FALSE(options.empty()) << module;
-        for (const std::string &word : kNotItems)
-            options.erase(word);
-        EXPECT_EQ(options, named[module]) << module;
-        named.erase(module);
-    }
-    EXPECT_TRUE(named.empty()) << "an item names a module that is not checked";
+    std::set<std::string> options = device_options();
+    ASSERT_FALSE(options.empty());
+    options.erase("device");
+    EXPECT_EQ(options, named);
+    EXPECT_EQ(engine_items(), option_of);
 }

@@ -12,15 +12,17 @@ class ModuleDocFragment(object):
 options:
   vorn_tool_path:
     description:
-      - Path of the C(vorn_tool) program on the managed host.
-      - Every change is made by running it, so its own checks, its setting lock and the saved
-        file C(/etc/vorn.conf) apply exactly as on the command line.
+      - Path of the C(vorn_tool) program on the managed host, which C(vorn_recover) runs.
+      - Its own checks, its setting lock and the saved file C(/etc/vorn.conf) apply exactly as
+        on the command line.
     type: path
     default: /usr/sbin/vorn_tool
   vornctl_path:
     description:
       - Path of the C(vornctl) program on the managed host.
-      - Every read is C(vornctl show --json), which gives each device's settings live and saved.
+      - Every read is C(vornctl show --json), which gives each device's settings live and saved;
+        C(vorn_devices) makes its changes with C(vornctl apply), which runs the tool's own
+        command lines.
     type: path
     default: /usr/sbin/vornctl
 notes:
@@ -28,9 +30,9 @@ notes:
     itself. Both need root to reach the devices and save settings (C(become=true)).
   - The programs' environment is the task's, so C(environment) reaches them (a test build reads
     C(VORN_TEST_ROOT) and C(KOPA_EMU_DIR) from it).
-  - A value is never range-checked by the module. A value that C(vorn_tool) refuses fails the
+  - A value is never range-checked by the module. A value that the tool refuses fails the
     task with the tool's own message (its standard error, then its standard output) as C(msg),
-    its exit status as C(rc), and the command as C(cmd).
+    the program's exit status as C(rc), and the command as C(cmd).
   - The paths can be set once for every module of the collection with
     C(module_defaults) and the action group C(group/vorn.fabric.vorn).
 '''

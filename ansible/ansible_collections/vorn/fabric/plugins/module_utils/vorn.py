@@ -1,21 +1,18 @@
 # -*- coding: utf-8 -*-
-# Shared by the vorn.fabric modules: reading a host's devices through `vornctl show --json`,
-# running `vorn_tool`, and comparing desired values with the saved and live ones in the forms
-# vornctl prints them.
+# Shared by the vorn.fabric modules: reading a host's devices through `vornctl show --json` and
+# running `vorn_tool` and `vornctl`.
 #
 # The modules never talk to the driver: every read goes through vornctl, every change through
-# vorn_tool, so the tool's own checks, locks and saved file stay the single authority. Values are
-# never range-checked here: a value the tool refuses fails the task with the tool's own message
-# and exit status.
+# vornctl apply or vorn_tool, so the tool's own checks, locks and saved file stay the single
+# authority. Values are never range-checked here: a value the tool refuses fails the task with
+# the tool's own message.
 
 from __future__ import absolute_import, division, print_function
 
 __metaclass__ = type
 
-import ipaddress
 import json
 import os
-import re
 import shlex
 
 # The options every module takes (see the doc fragment vorn.fabric.common).
@@ -27,15 +24,6 @@ COMMON_ARGS = dict(
 SHOW_SCHEMA = 'vornctl-show'
 SHOW_SCHEMA_VERSION = 2
 
-_DIGITS = re.compile(r'^[0-9]+$')
-
-
-# ---------------------------------------------------------------------------------------------
-# Normal forms. vornctl compares addresses and numbers by value and MAC addresses without case;
-# the modules do the same, so that "09000" saved and 9000 desired agree. A text that does not
-# read in the item's form is kept as it is: it never equals a well-formed desired value, and a
-# malformed desired value reaches vorn_tool, which refuses it with its own message.
-# ---------------------------------------------------------------------------------------------
 
 def text(value):
     """The value as vorn_tool takes it on its command line (None stays None)."""
@@ -44,75 +32,6 @@ def text(value):
     if isinstance(value, bool):
         return '1' if value else '0'
     return str(value).strip()
-
-
-def norm_ip(value):
-    if value is None:
-        return None
-    raw = text(value)
-    try:
-        return str(ipaddress.IPv4Address(raw))
-    except ValueError:
-        return raw
-
-
-def norm_number(value):
-    if value is None:
-        return None
-    raw = text(value)
-    return int(raw) if _DIGITS.match(raw) else raw
-
-
-def norm_mac(value):
-    if value is None:
-        return None
-    return text(value).lower()
-
-
-def norm_list(value):
-    """A list of numbers, from a Python list (as vornctl gives it) or an "a,b,c" text."""
-    if value is None:
-        return None
-    parts = value if isinstance(value, (list, tuple)) else text(value).split(',')
-    out = tuple(norm_number(p) for p in parts)
-    return out
-
-
-def join_list(values):
-    """The "a,b,c" form vorn_tool takes for a list."""
-    return ','.join(text(v) for v in values)
-
-
-def route_key(address, netmask):
-    return (norm_ip(address), norm_ip(netmask))
-
-
-def routes_of(entries):
-    """vornctl's route entries ({address, netmask, gateway}) as {(address, netmask): gateway},
-    in normal form."""
-    table = {}
-    for entry in entries or []:
-        table[route_key(entry['address'], entry['netmask'])] = norm_ip(entry['gateway'])
-    return table
-
-
-def route_text(key, gateway):
-    return 'address %s netmask %s gateway %s' % (key[0], key[1], gateway)
-
-
-def in_segment(address, netmask, gateway):
-    try:
-        a = int(ipaddress.IPv4Address(address))
-        m = int(ipaddress.IPv4Address(netmask))
-        g = int(ipaddress.IPv4Address(gateway))
-    except ValueError:
-        return False
-    return (a & m) == (g & m)
-
-
-def dscp_map_of(entries):
-    """vornctl's DSCP entries ({dscp, tc}: the saved ones, or all 64 live) as {dscp: tc}."""
-    return dict((norm_number(e['dscp']), norm_number(e['tc'])) for e in entries or [])
 
 
 def tool_message(stdout, stderr, rc):
@@ -169,18 +88,6 @@ class Vorn(object):
                                       SHOW_SCHEMA, SHOW_SCHEMA_VERSION), cmd=_quote(argv))
         return doc
 
-    def device(self, device):
-        """One device's entry of the show document; fails when it cannot be read."""
-        doc = self.show(device)
-        for dev in doc.get('devices', []):
-            if dev.get('phy_id') == device:
-                if not dev.get('readable'):
-                    health = (dev.get('health') or {}).get('text', 'unknown')
-                    self.fail('device %d cannot be read: its health is %s, and vorn_tool does '
-                              'not run on it' % (device, health))
-                return dev
-        self.fail('vornctl show -i %d listed no device %d' % (device, device))
-
     def tool_exec(self, args):
         """Runs `vorn_tool ARGS` (in check mode only records that it would): (rc, out, err, cmd).
 
@@ -218,88 +125,3 @@ class Vorn(object):
 
 def _quote(argv):
     return ' '.join(shlex.quote(a) for a in argv)
-
-
-class Reconciler(object):
-    """Brings one device's items to the desired values, item by item.
-
-    The device's view (live and saved values) is read once, then again before the next item
-    after each change, since a change can move other items (an address change prunes the routes
-    and the gateway outside the new segment). Each item is compared in normal form; only an item
-    whose live OR saved value differs is set.
-    `before` and `after` collect the diff of the managed items, `after` predicted in check mode
-    and read back otherwise.
-    """
-
-    def __init__(self, vorn, device):
-        self.vorn = vorn
-        self.device = device
-        self.view = vorn.device(device)
-        self.stale = False
-        self.new_segment = None  # (address, netmask) an address change sets
-        self.before = {}
-        self.after = {}
-        self.managed = []  # (name, reader) of every managed item, to read `after` back
-
-    def items(self):
-        if self.stale and not self.vorn.check_mode:
-            self.view = self.vorn.device(self.device)
-            self.stale = False
-        return self.view['items']
-
-    def run(self, args):
-        self.vorn.tool_run(['-i', self.device] + list(args))
-        # A set can move other items (an address prunes routes and the gateway outside its
-        # segment): the next item is compared with a fresh read.
-        self.stale = True
-
-    def record(self, name, reader, before, predicted):
-        self.managed.append((name, reader))
-        self.before[name] = before
-        self.after[name] = predicted
-
-    def finish(self):
-        """Reads `after` back from the device when something ran; warns where it still differs."""
-        if self.vorn.check_mode or self.vorn.ran == 0:
-            return
-        predicted = self.after
-        self.view = self.vorn.device(self.device)
-        self.after = {}
-        for name, reader in self.managed:
-            self.after[name] = reader(self.view['items'])
-            if self.after[name] != predicted[name]:
-                self.vorn.module.warn(
-                    'device %d %s: after the change vornctl reads %s, not %s (see vornctl lint '
-                    'and vornctl verify)' % (self.device, name, self.after[name], predicted[name]))
-
-    def diff(self):
-        return {'before': self.before, 'after': self.after}
-
-
-def saved_live(item, norm):
-    return {'saved': norm(item.get('saved')), 'live': norm(item.get('live'))}
-
-
-def sync_value(rec, name, key, desired, norm, args):
-    """One value item: set it with ARGS unless both its saved and live values equal DESIRED."""
-    def reader(items):
-        return shown(saved_live(items[key], norm))
-
-    items = rec.items()
-    current = saved_live(items[key], norm)
-    want = norm(desired)
-    predicted = {'saved': want, 'live': want}
-    if current != predicted:
-        rec.run(args)
-    rec.record(name, reader, shown(current), shown(predicted))
-
-
-def shown(value):
-    """A diff-friendly copy: tuples as lists, numbers and addresses as text."""
-    if isinstance(value, dict):
-        return dict((k, shown(v)) for k, v in value.items())
-    if isinstance(value, (list, tuple)):
-        return [shown(v) for v in value]
-    if value is None or isinstance(value, str):
-        return value
-    return text(value)

@@ -43,8 +43,7 @@ options:
       - Physical id of one device to read; every device when left out.
     type: int
 seealso:
-  - module: vorn.fabric.vorn_port
-  - module: vorn.fabric.vorn_qos
+  - module: vorn.fabric.vorn_devices
   - module: vorn.fabric.vorn_recover
 '''
 
