@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 
 scripts/deps.sh
 cmake -S . -B build-test -G Ninja -DVORN_TEST_PATHS=ON >/dev/null || exit 1
-cmake --build build-test -j"$(nproc)" --target vorn_tool kopa-emu >/dev/null || exit 1
+cmake --build build-test -j"$(nproc)" --target vorn_tool vornctl kopa-emu >/dev/null || exit 1
 
 work=$(mktemp -d /tmp/vorn-demo-XXXXXX)
 export VORN_TEST_ROOT=$work/root KOPA_EMU_DIR=$work/emu
@@ -15,11 +15,19 @@ mkdir -p "$VORN_TEST_ROOT/etc" && install -m 0640 /dev/null "$VORN_TEST_ROOT/etc
 
 tool=$PWD/build-test/vorn_tool
 emu=$PWD/build-test/kopa-emu
+ctl=$PWD/build-test/vornctl
 
 say() { printf '\n\033[1m# %s\033[0m\n' "$*"; }
 run() {
   printf '$ vorn_tool %s\n' "$*"
   "$tool" "$@"
+  local rc=$?
+  ((rc != 0)) && printf '(exit status %d)\n' "$rc"
+  return 0
+}
+ctl() {
+  printf '$ vornctl %s\n' "$*"
+  "$ctl" "$@"
   local rc=$?
   ((rc != 0)) && printf '(exit status %d)\n' "$rc"
   return 0
@@ -110,6 +118,22 @@ run -i 1 -route -g
 run -i 1 -pfc -g
 run -i 1 -arp -g
 run -i 1 -cfg status
+
+say "vornctl: the whole host at a glance; a device loses its MTU, verify sees it, --recover cures it"
+ctl show --brief
+"$emu" set 1 mtu 1500
+ctl verify -i 1
+ctl verify --recover -i 1
+ctl lint
+
+say "vornctl apply: MTU 4200 on devices 4 and 5 as one transaction, checked first, then made"
+printf '%s\n' '{"schema": "vornctl-show", "schema_version": 2, "devices": [' \
+  '  {"phy_id": 4, "items": {"mtu": {"saved": 4200}}},' \
+  '  {"phy_id": 5, "items": {"mtu": {"saved": 4200}}}]}' >"$work/desired.json"
+cat "$work/desired.json"
+ctl apply "$work/desired.json" --check
+ctl apply "$work/desired.json"
+run -i 5 -mtu -g
 
 say "The audit trail ($VORN_TEST_ROOT/var/log/vorn_tool/vorn.log, last lines)"
 tail -n 8 "$VORN_TEST_ROOT/var/log/vorn_tool/vorn.log"

@@ -4,6 +4,7 @@
 // Options follow getopt_long's conventions; exit statuses are in vornctl.hpp.
 #include <getopt.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -96,8 +97,12 @@ constexpr const char *kExitStatuses =
 void print_usage(FILE *out)
 {
     fputs("usage: vornctl COMMAND [OPTIONS]\n", out);
+    // The summaries in one column, whatever the longest synopsis.
+    int width = 0;
     for (const CtlCommand &c : kCommands)
-        fprintf(out, "       vornctl %-8s %-30s %s\n", c.name, c.synopsis, c.summary);
+        width = std::max(width, static_cast<int>(strlen(c.synopsis)));
+    for (const CtlCommand &c : kCommands)
+        fprintf(out, "       vornctl %-8s %-*s %s\n", c.name, width, c.synopsis, c.summary);
     fputs("       vornctl help [COMMAND] | -h | --help | --version\n"
           "ID is the physical device id, as vorn_tool -i takes it.\n",
           out);
