@@ -3,7 +3,7 @@
 # first; the tool's absolute paths (/etc/vorn.conf, /var/log/vorn_tool) and the emulator's state
 # live in a temporary directory, so nothing of the host's own configuration is touched.
 set -uo pipefail
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/.." || exit 1
 
 scripts/deps.sh
 cmake -S . -B build-test -G Ninja -DVORN_TEST_PATHS=ON >/dev/null || exit 1
@@ -18,20 +18,17 @@ emu=$PWD/build-test/kopa-emu
 ctl=$PWD/build-test/vornctl
 
 say() { printf '\n\033[1m# %s\033[0m\n' "$*"; }
-run() {
-  printf '$ vorn_tool %s\n' "$*"
-  "$tool" "$@"
+# Shows a command line as typed, runs it, and says its exit status when it is not 0.
+show_run() {
+  local name=$1 bin=$2; shift 2
+  printf '$ %s %s\n' "$name" "$*"
+  "$bin" "$@"
   local rc=$?
   ((rc != 0)) && printf '(exit status %d)\n' "$rc"
   return 0
 }
-ctl() {
-  printf '$ vornctl %s\n' "$*"
-  "$ctl" "$@"
-  local rc=$?
-  ((rc != 0)) && printf '(exit status %d)\n' "$rc"
-  return 0
-}
+run() { show_run vorn_tool "$tool" "$@"; }
+ctl() { show_run vornctl "$ctl" "$@"; }
 
 say "An emulated host with eight devices on one server board (groups 0-3 and 4-7)"
 "$emu" init --devices 8

@@ -29,11 +29,11 @@ std::set<std::string> device_options()
     const std::string text =
         read_file(std::string(VORN_SOURCE_DIR) + "/ansible/ansible_collections/vorn/fabric/plugins/"
                                                  "modules/vorn_devices.py");
-    const size_t spec = text.find("    device = dict(");
+    const size_t dict_at = text.find("    device = dict(");
     std::set<std::string> options;
-    if (spec == std::string::npos)
+    if (dict_at == std::string::npos)
         return options;
-    const std::string body = text.substr(spec, text.find("\n    )", spec) - spec);
+    const std::string body = text.substr(dict_at, text.find("\n    )", dict_at) - dict_at);
     const std::regex option("\n        (\\w+)=dict\\(");
     for (auto it = std::sregex_iterator(body.begin(), body.end(), option);
          it != std::sregex_iterator(); ++it)
