@@ -477,7 +477,12 @@ int ConfSession::commit()
     if (!dirty_)
         return 0;
     const int code = access_ == ConfAccess::kWrite ? kErrSysWrite : kErrSysDelete;
-    if (in_transaction_ && g_transaction != nullptr) {
+    if (in_transaction_) {
+        // Opened on a transaction's copy: it holds neither the file nor its lock.
+        if (g_transaction == nullptr) {
+            DRV_ERR("vorn.conf changed in a session of a transaction that has ended");
+            return code;
+        }
         *g_transaction = content_;
         dirty_ = false;
         return 0;
@@ -553,6 +558,7 @@ size_t cfg_find_next(std::string_view content, std::string_view needle, size_t f
 
 int ConfView::open(const char *path)
 {
+    index_ = StemIndex{};
     ConfSession session(ConfAccess::kRead);
     ret_ = session.open(path);
     content_ = ret_ == 0 ? std::string(session.content()) : std::string();

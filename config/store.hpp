@@ -102,7 +102,8 @@ class ConfSession
 
     /// Puts the changed content in place: a temporary file beside the file, synced, renamed
     /// over it, the directory synced. Nothing to do without changes. 0, or the access's code
-    /// when any step failed (the file is then as it was).
+    /// when any step failed: the file is then as it was, except when only the directory's sync
+    /// failed (the new file is in place but may not survive a crash, which is no success).
     [[nodiscard]] int commit();
 
   private:

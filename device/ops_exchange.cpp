@@ -90,6 +90,10 @@ int kopa_read_records(const char *name, uint32_t logic_id, uint32_t opcode, void
                       uint32_t record_size, uint32_t *count)
 {
     uint32_t copied = 0;
+    if (record_size == 0 || *count > UINT32_MAX / record_size) {
+        *count = 0;
+        return kErrnoInval;
+    }
     int ret = kopa_exchange_variable(name, logic_id, opcode, nullptr, 0, records,
                                      *count * record_size, 0, &copied);
     *count = 0;

@@ -153,15 +153,47 @@ bool undo_routes(const DeviceView &dev, const ItemView &was, const ItemView &now
     return ok;
 }
 
+/// Whether `c` sets item `key` ("address+netmask" sets both).
+bool change_sets(const Change &c, std::string_view key)
+{
+    std::string_view items = c.item;
+    while (true) {
+        const size_t plus = items.find('+');
+        if (items.substr(0, plus) == key)
+            return true;
+        if (plus == std::string_view::npos)
+            return false;
+        items.remove_prefix(plus + 1);
+    }
+}
+
+/// Whether a change that was made touched device `phy_id` (any item, when `key` is empty) or
+/// its item `key`.
+bool was_changed(const std::vector<Change> &changes, uint32_t phy_id, std::string_view key = {})
+{
+    return std::any_of(changes.begin(), changes.end(), [&](const Change &c) {
+        return c.outcome == Outcome::kDone && c.phy_id == phy_id &&
+               (key.empty() || change_sets(c, key));
+    });
+}
+
 /// Sets every value of every device that differs from what it was back to it, with the item's
 /// own setting routine as recovery uses it (it saves nothing). The names of the items that
-/// could not be set back go to `failed`.
-void undo_devices(const HostView &before, const HostView &now, std::vector<std::string> *failed)
+/// could not be set back go to `failed`: those whose setting failed, and those of a change made
+/// that cannot be set back (its device gone or unreadable, its value before unknown).
+void undo_devices(const HostView &before, const HostView &now, const std::vector<Change> &changes,
+                  std::vector<std::string> *failed)
 {
     for (const DeviceView &was : before.devices) {
         const auto it = std::find_if(now.devices.begin(), now.devices.end(),
                                      [&](const DeviceView &d) { return d.phy_id == was.phy_id; });
-        if (!was.readable || it == now.devices.end())
+        if (!was.readable)
+            continue;
+        if ((it == now.devices.end() || !it->readable) && was_changed(changes, was.phy_id)) {
+            failed->push_back("dev " + std::to_string(was.phy_id) + " (not read back)");
+            continue;
+        }
+        if (it == now.devices.end())
             continue;
         const DevRef dev{was.logic_id, was.phy_id};
         for (const SavedItem *def : g_saved_items) {
@@ -179,10 +211,12 @@ void undo_devices(const HostView &before, const HostView &now, std::vector<std::
                 if (same_text(*def, a->live, b->live) && a->holder == b->holder)
                     continue;
                 int32_t ret = kOk;
-                if (a->live == "none" && b->live && b->holder == was.phy_id)
+                // A gateway that came to this device goes from it; one that left it comes back.
+                if (b->live && b->live != "none" && b->holder == was.phy_id &&
+                    a->holder != was.phy_id)
                     ret =
                         kopa_del_default_gateway_address(was.logic_id, kNetPort, ipv4_of(*b->live));
-                else if (a->live && a->live != "none" && a->holder == was.phy_id)
+                if (ret == kOk && a->live && a->live != "none" && a->holder == was.phy_id)
                     ret = def->set(dev, a->live->c_str(), SetMode::kRecovery);
                 if (ret != kOk)
                     failed->push_back(name);
@@ -196,8 +230,14 @@ void undo_devices(const HostView &before, const HostView &now, std::vector<std::
                 differs = differs || !same_text(*pdef, pa->live, pb->live);
             // A pair is set back once, at its first item, with both values.
             const bool second_of_pair = pdef != nullptr && def->replay == nullptr;
-            if (!differs || second_of_pair || !a->live)
+            if (!differs || second_of_pair)
                 continue;
+            if (!a->live) {
+                // Its value before the apply was not read: nothing to set back to.
+                if (was_changed(changes, was.phy_id, def->key))
+                    failed->push_back(name);
+                continue;
+            }
             int32_t ret = kOk;
             if (def->set_pair != nullptr && pa != nullptr && pa->live)
                 ret = def->set_pair(dev, a->live->c_str(), pa->live->c_str(), SetMode::kRecovery);
@@ -207,6 +247,16 @@ void undo_devices(const HostView &before, const HostView &now, std::vector<std::
                 failed->push_back(name);
         }
     }
+}
+
+/// Whether any value of `c` is among those that could not be set back.
+bool undo_failed_for(const Change &c, const std::vector<std::string> &failed)
+{
+    const std::string dev = "dev " + std::to_string(c.phy_id) + " ";
+    return std::any_of(failed.begin(), failed.end(), [&](const std::string &name) {
+        return name.starts_with("every device") || name == dev + "(not read back)" ||
+               (name.starts_with(dev) && change_sets(c, std::string_view(name).substr(dev.size())));
+    });
 }
 
 // ---- Output ----------------------------------------------------------------------------------
@@ -482,12 +532,13 @@ int ctl_apply(const CtlOptions &opts)
             HostView now;
             std::string why;
             if (read_host(&now, &why) == kOk)
-                undo_devices(before, now, &r.undo_failed);
+                undo_devices(before, now, changes, &r.undo_failed);
             else
                 r.undo_failed.push_back("every device (" + why + ")");
             r.rolled_back = r.undo_failed.empty();
+            // A change is said undone only when every value it touched was set back.
             for (Change &c : changes) {
-                if (c.outcome == Outcome::kDone)
+                if (c.outcome == Outcome::kDone && !undo_failed_for(c, r.undo_failed))
                     c.outcome = Outcome::kUndone;
             }
         }

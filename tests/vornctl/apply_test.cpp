@@ -1,7 +1,8 @@
 // vornctl apply: the least set of changes, made with the tool's commands and undone as a whole
 // when a device refuses one of them (the devices and /etc/vorn.conf exactly as before), kept up
 // to the failure with --no-rollback; a killed apply leaves the file old or new; removed items
-// leave only their own saved lines; documents that cannot be applied change nothing.
+// leave only their own saved lines; a gateway moved between devices goes back to its holder;
+// documents that cannot be applied change nothing.
 #include <signal.h>
 #include <sys/wait.h>
 
@@ -111,6 +112,22 @@ TEST_F(CtlApplyTest, ARefusalInTheMiddleUndoesEveryChangeOrKeepsThemWithNoRollba
     EXPECT_NE(sb_.conf().find("mtu_5=9000\n"), std::string::npos);
     EXPECT_EQ(sb_.conf().find("roce_port_5="), std::string::npos);
     EXPECT_EQ(sb_.conf().find("mtu_6="), std::string::npos);
+}
+
+TEST_F(CtlApplyTest, AGatewayMovedInAFailedApplyGoesBackToItsHolderOnly)
+{
+    set_on(sb_, 0, {"-ip", "-s", "address", "10.0.0.2", "netmask", "255.255.255.0"});
+    set_on(sb_, 1, {"-ip", "-s", "address", "10.0.0.3", "netmask", "255.255.255.0"});
+    set_on(sb_, 0, {"-gateway", "-s", "gateway", "10.0.0.254"});
+    const std::string before = host();
+    ASSERT_EQ(sb_.emu({"fault", "add", "--result", "-1", "--op", "set_mac_address"}).status, 0);
+
+    // Device 1 takes the group's gateway from device 0, then device 5 refuses its MAC address.
+    const ProcResult r = apply(doc({{1, R"("gateway": {"saved": "10.0.0.253"})"},
+                                    {5, R"("mac_addr": {"saved": "00:11:22:33:44:55"})"}}));
+    EXPECT_EQ(r.status, 4) << r.err;
+    EXPECT_NE(r.err.find("every change before it is undone"), std::string::npos) << r.err;
+    EXPECT_EQ(host(), before) << "the gateway is not back on device 0 alone";
 }
 
 TEST_F(CtlApplyTest, AKilledApplyLeavesTheFileOldOrNew)
